@@ -1,0 +1,77 @@
+// Creation, buffered writing, sequential reading and removal of the
+// per-cluster scratch files.
+//
+//  1. Create: one write buffer of 65 536 indices per file, files opened
+//     read-write with truncation (an open failure is not fatal: writes and
+//     reads on such a file do nothing and readers see index 0).
+//  2. Append/FlushBuffers: whole buffers are written as raw bytes.
+//  3. Rewind/ReadNext: readers flush, seek to 0 and read runs in write order.
+//  4. Remove: close and delete the files, free the buffers.
+#include "ClassFiles.h"
+
+#include <algorithm>
+#include <new>
+
+namespace isodata {
+
+QString ClassFileName(const QString& inputPath, std::uint64_t k) {
+    const int dot = inputPath.lastIndexOf(QLatin1Char('.'));
+    const QString base = dot < 0 ? inputPath : inputPath.left(dot);
+    return base + QString::number(k) + QStringLiteral(".km");
+}
+
+ClassFiles::~ClassFiles() {
+    for (auto& f : files_)
+        if (f) f->close();
+}
+
+bool ClassFiles::Create(const QString& inputPath, std::uint64_t classCount) {
+    const std::size_t n = static_cast<std::size_t>(classCount) + 1;
+    fill_.assign(n, 0);
+    buffers_.assign(n * kBufferEntries, 0);
+    files_.clear();
+    files_.reserve(n);
+    for (std::size_t k = 0; k < n; ++k) {
+        auto file = std::unique_ptr<QFile>(new (std::nothrow) QFile(ClassFileName(inputPath, k)));
+        if (!file) return false;
+        file->open(QIODevice::ReadWrite | QIODevice::Truncate);
+        files_.push_back(std::move(file));
+    }
+    return true;
+}
+
+void ClassFiles::WriteBuffer(std::size_t k) {
+    const char* data = reinterpret_cast<const char*>(&buffers_[k * kBufferEntries]);
+    files_[k]->write(data, static_cast<qint64>(fill_[k]) * sizeof(std::uint32_t));
+    fill_[k] = 0;
+}
+
+void ClassFiles::FlushBuffers() {
+    for (std::size_t k = 0; k < fill_.size(); ++k)
+        if (fill_[k] != 0) WriteBuffer(k);
+}
+
+void ClassFiles::Rewind(std::size_t k) {
+    files_[k]->flush();
+    files_[k]->seek(0);
+}
+
+void ClassFiles::ReadNext(std::size_t k, std::uint32_t n, std::vector<std::uint32_t>& out) {
+    out.assign(n, 0);
+    if (n == 0) return;
+    files_[k]->read(reinterpret_cast<char*>(out.data()), static_cast<qint64>(n) * sizeof(std::uint32_t));
+}
+
+void ClassFiles::Remove(const QString& inputPath, std::uint64_t classCount) {
+    std::vector<std::uint32_t>().swap(buffers_);
+    std::vector<std::int32_t>().swap(fill_);
+    for (std::uint64_t k = 0; k <= classCount; ++k) {
+        const QString name = ClassFileName(inputPath, k);
+        if (!QFile::exists(name)) continue;
+        if (k < files_.size() && files_[k]) files_[k]->close();
+        QFile::remove(name);
+    }
+    files_.clear();
+}
+
+} // namespace isodata

@@ -1,0 +1,66 @@
+// Per-cluster scratch files: the block-relative indices of every cluster's
+// members, written by a classification pass and read back by the statistics
+// and the split. Membership of the whole image is never held in memory.
+//
+// File k lies beside the input: the input path cut before its last "." (the
+// whole path when it has none), then k in decimal, then ".km". Its content is
+// a headerless run of native-endian 32-bit unsigned indices, block after
+// block, in the order the pass met the pixels. One file more than there are
+// clusters is created; it stays empty.
+#pragma once
+
+#include <QFile>
+#include <QString>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace isodata {
+
+QString ClassFileName(const QString& inputPath, std::uint64_t k);
+
+class ClassFiles {
+public:
+    static constexpr int kBufferEntries = 65536;
+
+    ClassFiles() = default;
+    ~ClassFiles();
+    ClassFiles(const ClassFiles&) = delete;
+    ClassFiles& operator=(const ClassFiles&) = delete;
+
+    // Opens files 0..classCount anew (truncated) with empty write buffers.
+    // False only when a file object cannot be made.
+    bool Create(const QString& inputPath, std::uint64_t classCount);
+
+    // Appends one member index of cluster k, writing the buffer out first
+    // when it is full.
+    void Append(std::size_t k, std::uint32_t index) {
+        if (fill_[k] >= kBufferEntries) WriteBuffer(k);
+        buffers_[k * kBufferEntries + fill_[k]] = index;
+        ++fill_[k];
+    }
+    // Writes every non-empty buffer; called at the end of each block.
+    void FlushBuffers();
+
+    // Makes the next reads of file k start from its beginning.
+    void Rewind(std::size_t k);
+    // Reads the next n indices of file k into out (resized to n). Entries a
+    // short read leaves unfilled are 0.
+    void ReadNext(std::size_t k, std::uint32_t n, std::vector<std::uint32_t>& out);
+
+    // Closes and deletes files 0..classCount of inputPath that exist, and
+    // frees the buffers.
+    void Remove(const QString& inputPath, std::uint64_t classCount);
+
+    std::size_t FileCount() const { return files_.size(); }
+
+private:
+    void WriteBuffer(std::size_t k);
+
+    std::vector<std::unique_ptr<QFile>> files_;
+    std::vector<std::uint32_t> buffers_;
+    std::vector<std::int32_t> fill_;
+};
+
+} // namespace isodata

@@ -1,0 +1,51 @@
+// Centres and mean distances of the clusters after a classification pass.
+//
+//  1. ComputeClusterCenters: one pass over the image and the scratch files
+//     sums every member's band values per cluster; the new centre is that sum
+//     over the member count, divided in single precision and stored in the
+//     pixel type (truncated toward zero for integers).
+//  2. ComputeMeanDistances: each cluster's distance sum over its count.
+// An empty cluster gets 0/0: its mean distance is NaN and its centre is what
+// the pixel type makes of a NaN (0, the lowest signed 32-bit value, or NaN).
+#include "MemberPass.h"
+
+namespace isodata {
+
+template <class T>
+void IsodataEngine<T>::ComputeClusterCenters(const StageProgress& stage) {
+    const std::size_t clusters = ClusterLoopCount();
+    std::vector<std::vector<double>> sums(clusters, std::vector<double>(bandIndices.size(), 0.0));
+    classPixelCounts.assign(clusters, 0);
+    VisitClusterMembers(*this, stage, [&](std::size_t c, const std::vector<std::uint32_t>& members,
+                                          const BlockReader<T>& reader) {
+        AccumulateMembers(members, reader, sums[c], [](T pixel, std::size_t) { return static_cast<double>(pixel); });
+        classPixelCounts[c] += static_cast<std::int32_t>(members.size());
+    });
+    for (std::size_t c = 0; c < clusters; ++c) {
+        // Single precision on purpose, in every instance.
+        const float count = static_cast<float>(classPixelCounts[c]);
+        for (std::size_t i = 0; i < sums[c].size(); ++i)
+            centers[c][i] = ToPixel<T>(static_cast<double>(static_cast<float>(sums[c][i]) / count));
+    }
+}
+
+template <class T>
+void IsodataEngine<T>::ComputeMeanDistances(const StageProgress& stage) {
+    const std::size_t clusters = ClusterLoopCount();
+    meanDistances.resize(clusters, 0.0);
+    // Steps of 100 / (K + 1): the stage ends at K * 100 / (K + 1), not 100.
+    SteppedProgress progress(stage, 100.0 / static_cast<double>(classSlots));
+    progress.Start();
+    for (std::size_t c = 0; c < clusters; ++c) {
+        meanDistances[c] = distanceSums[c] / static_cast<double>(classPixelCounts[c]);
+        progress.Step();
+    }
+}
+
+#define ISODATA_INSTANTIATE(T)                                                            \
+    template void IsodataEngine<T>::ComputeClusterCenters(const StageProgress&);         \
+    template void IsodataEngine<T>::ComputeMeanDistances(const StageProgress&);
+ISODATA_FOR_EACH_PIXEL_TYPE(ISODATA_INSTANTIATE)
+#undef ISODATA_INSTANTIATE
+
+} // namespace isodata

@@ -1,0 +1,46 @@
+// One pass over the image and the scratch files that hands every cluster's
+// members of every block, with the block's pixels, to a visitor. The centre
+// update and the split both accumulate over members this way.
+//
+// Files are consumed strictly in the order the classification pass wrote
+// them: block order outside, cluster order inside.
+#pragma once
+
+#include "IsodataEngine.h"
+
+namespace isodata {
+
+// visit(cluster, members, reader): members are the block-relative indices of
+// the cluster's pixels in the current block, reader holds the block's bands.
+template <class T, class Visit>
+void VisitClusterMembers(IsodataEngine<T>& engine, const StageProgress& stage, Visit&& visit) {
+    const std::size_t clusters = engine.ClusterLoopCount();
+    for (std::size_t c = 0; c < clusters; ++c) engine.classFiles.Rewind(c);
+    BlockReader<T> reader(engine.inputDataset ? engine.inputDataset->GetGDALDataset() : nullptr,
+                          engine.bandIndices, engine.blockWidth, engine.blockHeight);
+    SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(engine.blockCount));
+    progress.Start();
+    std::vector<std::uint32_t> members;
+    for (std::uint32_t b = 0; b < engine.blockCount; ++b) {
+        reader.Read(engine.Block(b));
+        for (std::size_t c = 0; c < clusters; ++c) {
+            engine.classFiles.ReadNext(c, engine.blockClassCounts[b][c], members);
+            visit(c, members, reader);
+        }
+        progress.Step();
+    }
+}
+
+// Adds term(pixel, band) over the members to sums[band], in member order.
+template <class T, class Term>
+void AccumulateMembers(const std::vector<std::uint32_t>& members, const BlockReader<T>& reader,
+                       std::vector<double>& sums, Term&& term) {
+    for (std::size_t i = 0; i < sums.size(); ++i) {
+        const T* band = reader.Band(i);
+        double sum = sums[i];
+        for (std::uint32_t p : members) sum += term(band[p], i);
+        sums[i] = sum;
+    }
+}
+
+} // namespace isodata

@@ -1,0 +1,131 @@
+// The result pass: reads the full-size input as 32-bit floats, labels every
+// pixel by its nearest centre, and writes the labels as bytes.
+//
+//  1. Rows are read a few at a time per band (the same values as one row at
+//     a time, fewer calls into GDAL) and labelled row by row.
+//  2. Labelling sums absolute differences in single precision. A pixel whose
+//     band values sum to zero is background (0); a pixel 1e7 or farther from
+//     every centre stays 0; class numbers above 255 keep their low byte.
+//  3. Each row is written to band 1 and progress advances by 100 / H.
+#include "ResultRaster.h"
+
+#include <gdal_priv.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace isodata {
+
+namespace {
+
+constexpr double kBackgroundSum = 1e-8;
+constexpr float kDistanceCeiling = 1e7f;
+// Rows read per GDAL call; bounds the buffers to a few rows per band.
+constexpr int kRowsPerRead = 16;
+
+bool IsBackground(const float* const* rows, std::size_t bands, std::size_t x) {
+    float sum = 0.0f;
+    for (std::size_t k = 0; k < bands; ++k) sum += rows[k][x];
+    return static_cast<double>(std::fabs(sum)) < kBackgroundSum;
+}
+
+// Labels n pixels of one row: the same arithmetic as LabelPixel, with pixels
+// innermost so the loops vectorise.
+void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::vector<float>& best,
+              std::vector<float>& distance, std::vector<std::int32_t>& label, std::uint8_t* out) {
+    std::fill_n(best.begin(), n, kDistanceCeiling);
+    std::fill_n(label.begin(), n, 0);
+    float* dist = distance.data();
+    for (std::size_t c = 0; c < centers.clusters; ++c) {
+        std::fill_n(dist, n, 0.0f);
+        for (std::size_t k = 0; k < centers.bands; ++k) {
+            const float centre = centers.values[c * centers.bands + k];
+            const float* value = rows[k];
+            for (std::size_t x = 0; x < n; ++x) dist[x] += std::fabs(value[x] - centre);
+        }
+        const auto cls = static_cast<std::int32_t>(c + 1);
+        for (std::size_t x = 0; x < n; ++x) {
+            const bool nearer = dist[x] < best[x];
+            best[x] = nearer ? dist[x] : best[x];
+            label[x] = nearer ? cls : label[x];
+        }
+    }
+    for (std::size_t x = 0; x < n; ++x)
+        out[x] = IsBackground(rows, centers.bands, x) ? 0 : static_cast<std::uint8_t>(label[x]);
+}
+
+} // namespace
+
+std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers) {
+    if (IsBackground(rowBuffers, centers.bands, x)) return 0;
+    if (centers.clusters < 1) return 0;
+    float best = kDistanceCeiling;
+    std::int32_t label = 0;
+    for (std::size_t c = 0; c < centers.clusters; ++c) {
+        float d = 0.0f;
+        for (std::size_t k = 0; k < centers.bands; ++k)
+            d += std::fabs(rowBuffers[k][x] - centers.values[c * centers.bands + k]);
+        if (d < best) {
+            best = d;
+            label = static_cast<std::int32_t>(c + 1);
+        }
+    }
+    return label;
+}
+
+std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& dataset, int bandIndex,
+                            int xOff, int yOff, int xSize, int ySize, double scaleX, double scaleY, void* buffer,
+                            GDALDataType dataType) {
+    if (xOff < 0 || yOff < 0 || !dataset) return 0;
+    const int bufX = static_cast<int>(xSize * scaleX + 0.5);
+    const int bufY = static_cast<int>(ySize * scaleY + 0.5);
+    GDALDataset* gdal = dataset->GetGDALDataset();
+    if (!gdal || bandIndex < 0 || bandIndex >= gdal->GetRasterCount()) return 0;
+    // Errors of the transfer itself are not checked.
+    const CPLErr ignored = gdal->GetRasterBand(bandIndex + 1)->RasterIO(GF_Read, xOff, yOff, xSize, ySize, buffer, bufX, bufY,
+                                                       dataType, 0, 0, nullptr);
+    (void)ignored;
+    return 1;
+}
+
+std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+                                  const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
+                                  const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
+                                  ProgressFn progress, void* userData) {
+    const std::size_t bands = bandIndices.size();
+    const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
+    const std::size_t w = static_cast<std::size_t>(width);
+    // A band that cannot be read keeps the previous rows' values; zeros at first.
+    std::vector<std::vector<float>> chunks(bands, std::vector<float>(w * kRowsPerRead, 0.0f));
+    std::vector<const float*> rows(bands);
+    std::vector<float> best(w), distance(w);
+    std::vector<std::int32_t> label(w);
+    std::vector<std::uint8_t> out(w);
+    GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
+    GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
+
+    const char* text = "Generating result file";
+    StageProgress(progress, userData, Translate(kOutputContext, text)).Report(0.0);
+    const double step = 100.0 / height;
+    double done = 0.0;
+    for (int y0 = 0; y0 < height; y0 += kRowsPerRead) {
+        const int count = std::min(kRowsPerRead, height - y0);
+        for (std::size_t k = 0; k < bands; ++k)
+            ReadBandRegion(source, static_cast<int>(bandIndices[k]), 0, y0, width, count, 1.0, 1.0,
+                           chunks[k].data(), GDT_Float32);
+        for (int r = 0; r < count; ++r) {
+            for (std::size_t k = 0; k < bands; ++k) rows[k] = chunks[k].data() + static_cast<std::size_t>(r) * w;
+            LabelRow(rows.data(), w, centers, best, distance, label, out.data());
+            if (targetBand) {
+                const CPLErr ignored = targetBand->RasterIO(GF_Write, 0, y0 + r, width, 1, out.data(), width, 1,
+                                                            GDT_Byte, 0, 0, nullptr);
+                (void)ignored;
+            }
+            done += step;
+            StageProgress(progress, userData, Translate(kOutputContext, text)).Report(done);
+        }
+    }
+    return 0;
+}
+
+} // namespace isodata

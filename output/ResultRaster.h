@@ -1,0 +1,41 @@
+// The final labelling pass: every pixel of the full-size input gets the
+// number of its nearest final centre, written one byte per pixel into band 1
+// of the class raster.
+#pragma once
+
+#include "Progress.h"
+
+#include <KalDataSource.h>
+
+#include <gdal.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace isodata {
+
+// Final centres as the labelling sees them: K rows of B floats.
+struct LabelCenters {
+    std::size_t clusters = 0;
+    std::size_t bands = 0;
+    std::vector<float> values;  // [cluster * bands + band]
+};
+
+// Class number 0..K of the pixel whose B band values are given: 0 when the
+// values sum to zero (background) or when no centre is nearer than 1e7 in
+// single-precision city-block distance; ties go to the lower class.
+std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers);
+
+// Reads a region of band bandIndex (0-based) scaled by (scaleX, scaleY) into
+// buffer; 1 on success, 0 for a negative offset or a missing band.
+std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& dataset, int bandIndex,
+                            int xOff, int yOff, int xSize, int ySize, double scaleX, double scaleY, void* buffer,
+                            GDALDataType dataType);
+
+// Labels the whole source into band 1 of result, row by row. Always 0.
+std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+                                  const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
+                                  const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
+                                  ProgressFn progress, void* userData);
+
+} // namespace isodata

@@ -1,0 +1,63 @@
+// The library's exported entry points.
+#include "ISODataClassification.h"
+
+#include <KalDataSource.h>
+
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
+#include <boost/any.hpp>
+
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <vector>
+
+#if defined(_WIN32)
+#include <windows.h>
+
+BOOL APIENTRY DllMain(HMODULE module, DWORD reason, LPVOID) {
+    if (reason == DLL_PROCESS_ATTACH) DisableThreadLibraryCalls(module);
+    return TRUE;
+}
+#endif
+
+extern "C" KalAlgo::IKalAlgo* GetAlgoObj() {
+    return new (std::nothrow) isodata::ISODataClassification();
+}
+
+// Runs nothing on purpose: the record is never put into the object's
+// parameter slot, so Execute always refuses it with error 100 and this entry
+// returns false. Only the host's GetAlgoObj/SetParams/Execute path classifies.
+extern "C" bool ExecuteAlgo(const char* inputPath, const char* bandList, const char* resultPath,
+                            double stdDevThreshold, double mergeDistanceThreshold, int initialClassCount,
+                            int maxIterations, int maxMergePairs, int minClassPixels, int desiredClassCount) {
+    const std::string list = bandList ? bandList : "";
+    std::vector<std::string> pieces;
+    boost::algorithm::split(pieces, list, boost::algorithm::is_any_of("|"));
+
+    stInfoClassificationISO record;
+    record.inputPath = QString::fromUtf8(inputPath ? inputPath : "");
+    record.resultPath = QString::fromUtf8(resultPath ? resultPath : "");
+    record.stdDevThreshold = stdDevThreshold;
+    record.mergeDistanceThreshold = mergeDistanceThreshold;
+    record.initialClassCount = initialClassCount;
+    record.maxIterations = maxIterations;
+    record.maxMergePairs = maxMergePairs;
+    record.minClassPixels = minClassPixels;
+    record.desiredClassCount = desiredClassCount;
+    for (const std::string& piece : pieces) record.bandIndices.push_back(std::atoi(piece.c_str()));
+
+    isodata::ISODataClassification algorithm;
+    boost::any params(record);
+    KalDataSource::DatasetFactory::Instance()->RegisterPlugin();
+    return algorithm.Execute();
+}
+
+CIsoDataFunc::CIsoDataFunc() = default;
+CIsoDataFunc::~CIsoDataFunc() = default;
+CIsoDataFunc& CIsoDataFunc::operator=(const CIsoDataFunc&) { return *this; }
+
+bool CIsoDataFunc::Run(const std::string&, const std::string&, std::size_t, std::size_t, std::size_t, double, double,
+                       std::size_t, std::size_t) {
+    return false;
+}
