@@ -34,7 +34,9 @@ bool ClassFiles::Create(const QString& inputPath, std::uint64_t classCount) {
     for (std::size_t k = 0; k < n; ++k) {
         auto file = std::unique_ptr<QFile>(new (std::nothrow) QFile(ClassFileName(inputPath, k)));
         if (!file) return false;
-        file->open(QIODevice::ReadWrite | QIODevice::Truncate);
+        // Unbuffered: writes are already batched, and the bytes are on disk once
+        // a block is done.
+        file->open(QIODevice::ReadWrite | QIODevice::Truncate | QIODevice::Unbuffered);
         files_.push_back(std::move(file));
     }
     return true;

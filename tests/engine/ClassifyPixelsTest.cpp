@@ -1,0 +1,136 @@
+// The assignment pass: nearest centre, ties, block strides, scratch files,
+// distance sums and the unsigned 32-bit wrap.
+#include "EngineHarness.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+using enginetest::EngineHarness;
+using enginetest::OneBand;
+
+// 5 x 3 pixels in 4 x 2 blocks: a whole block, a right-column block one
+// pixel wide, a bottom-row block one pixel high, and a 1 x 1 corner.
+const std::vector<double> kPattern = {
+    0,   100, 0, 100, 100,  //
+    100, 0,   0, 0,   0,    //
+    0,   0,   100, 100, 0,
+};
+
+class ClassifyPatternTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        h.Make(5, 3, OneBand(kPattern), 2, 4);
+        h.engine->blockHeight = 2;
+        h.engine->InitBlockGrid();
+        h.ClassifyWith({{10}, {90}});
+    }
+    EngineHarness<std::uint8_t> h;
+};
+
+TEST_F(ClassifyPatternTest, ScratchFilesHoldBlockRelativeIndicesWithTheNominalStride) {
+    // Block 0: members of cluster 1 at (0,1), (0,3), (1,0); block 1 (one
+    // column): rows 0 and 1 are indices 0 and 4; block 2: columns 2, 3.
+    EXPECT_EQ(h.ScratchFile(0), (std::vector<std::uint32_t>{0, 2, 5, 6, 7, 4, 0, 1, 0}));
+    EXPECT_EQ(h.ScratchFile(1), (std::vector<std::uint32_t>{1, 3, 4, 0, 2, 3}));
+    EXPECT_TRUE(h.ScratchFile(2).empty());  // one file more than clusters, always empty
+}
+
+TEST_F(ClassifyPatternTest, CountsEveryClusterPerBlock) {
+    EXPECT_EQ(h.engine->blockClassCounts,
+              (std::vector<std::vector<std::uint32_t>>{{5, 3}, {1, 1}, {2, 2}, {1, 0}}));
+    EXPECT_EQ(h.engine->classCount, 2u);
+}
+
+TEST_F(ClassifyPatternTest, ClusterZeroNeverAccumulatesADistance) {
+    // Six members of cluster 1 at distance 10; cluster 0's nine members at
+    // distance 10 are not added.
+    EXPECT_EQ(h.engine->distanceSums, (std::vector<double>{0.0, 60.0}));
+}
+
+TEST_F(ClassifyPatternTest, ReportsZeroThenOneStepPerBlock) {
+    std::vector<double> percents;
+    for (const auto& r : h.reports)
+        if (r.text == "stage") percents.push_back(r.percent);
+    ASSERT_GE(percents.size(), 5u);
+    const std::vector<double> last(percents.end() - 5, percents.end());
+    EXPECT_EQ(last[0], 0.0);
+    EXPECT_EQ(last[1], 25.0);
+    EXPECT_EQ(last[4], 100.0);
+}
+
+TEST_F(ClassifyPatternTest, RemovingTheFilesLeavesNoScratchFile) {
+    h.engine->RemoveClassFiles();
+    EXPECT_EQ(h.dir.List(), (std::vector<std::string>{"in.tif"}));
+}
+
+TEST(ClassifyPixelsTest, EqualDistanceGoesToTheLowerCluster) {
+    EngineHarness<std::int16_t> h;
+    h.Make(1, 1, OneBand({60}), 6);
+    // Distances 40, 30, 10, 20, 25, 10: clusters 2 and 5 tie.
+    h.ClassifyWith({{100}, {90}, {50}, {80}, {85}, {70}});
+    EXPECT_EQ(h.engine->blockClassCounts[0], (std::vector<std::uint32_t>{0, 0, 1, 0, 0, 0}));
+}
+
+TEST(ClassifyPixelsTest, DistanceIsTheSumOfBandDifferencesNotEuclidean) {
+    EngineHarness<std::uint8_t> h;
+    // Pixel (0,0): centre (3,3) is 6 away (Euclidean 4.24), centre (5,0)
+    // 5 away (Euclidean 5). City-block picks the second.
+    h.Make(1, 1, {{0}, {0}}, 2);
+    h.ClassifyWith({{3, 3}, {5, 0}});
+    EXPECT_EQ(h.engine->blockClassCounts[0], (std::vector<std::uint32_t>{0, 1}));
+    EXPECT_EQ(h.engine->distanceSums[1], 5.0);
+}
+
+TEST(ClassifyPixelsTest, UnsignedThirtyTwoBitCentreBelowThePixelIsFarAway) {
+    EngineHarness<std::uint32_t> h;
+    // Pixel 10: centre 5 is 2^32 - 5 away in that band, centre 1000 990.
+    h.Make(2, 1, OneBand({10, 5}), 2);
+    h.ClassifyWith({{5}, {1000}});
+    EXPECT_EQ(h.ScratchFile(1), (std::vector<std::uint32_t>{0}));
+    EXPECT_EQ(h.ScratchFile(0), (std::vector<std::uint32_t>{1}));
+    EXPECT_EQ(h.engine->distanceSums[1], 990.0);
+}
+
+TEST(ClassifyPixelsTest, NaNPixelsStayWithClusterZeroWithoutADistance) {
+    EngineHarness<float> h;
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    h.Make(2, 1, OneBand({nan, 3.0}), 2);
+    h.ClassifyWith({{0.0f}, {2.0f}});
+    EXPECT_EQ(h.engine->blockClassCounts[0], (std::vector<std::uint32_t>{1, 1}));
+    EXPECT_EQ(h.engine->distanceSums, (std::vector<double>{0.0, 1.0}));
+}
+
+TEST(ClassifyPixelsTest, NoClusterLeftCountsNothing) {
+    EngineHarness<float> h;
+    h.Make(3, 2, OneBand({1, 2, 3, 4, 5, 6}), 0);
+    h.ClassifyWith({});
+    ASSERT_EQ(h.engine->blockClassCounts.size(), 1u);
+    EXPECT_TRUE(h.engine->blockClassCounts[0].empty());
+    EXPECT_TRUE(h.ScratchFile(0).empty());
+}
+
+TEST(ClassifyPixelsTest, AFullWriteBufferIsWrittenBeforeTheNextIndex) {
+    EngineHarness<std::uint8_t> h;
+    // One block of 300 x 300 = 90 000 pixels, all in cluster 0: more than
+    // one buffer of 65 536 indices.
+    h.Make(300, 300, OneBand(std::vector<double>(90000, 1.0)), 1, 300);
+    h.ClassifyWith({{1}});
+    const std::vector<std::uint32_t> indices = h.ScratchFile(0);
+    ASSERT_EQ(indices.size(), 90000u);
+    for (std::uint32_t i = 0; i < indices.size(); ++i) ASSERT_EQ(indices[i], i);
+}
+
+TEST(ClassifyPixelsTest, CornerBlockIndicesUseTheNominalBlockWidth) {
+    EngineHarness<std::uint8_t> h;
+    std::vector<double> v(100 * 100, 0.0);
+    v[99 * 100 + 99] = 200.0;  // bottom-right pixel of the 36 x 36 corner block
+    h.Make(100, 100, OneBand(v), 2);
+    h.ClassifyWith({{0}, {200}});
+    EXPECT_EQ(h.ScratchFile(1), (std::vector<std::uint32_t>{35 * 64 + 35}));
+}
+
+} // namespace

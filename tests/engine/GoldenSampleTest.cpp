@@ -1,0 +1,54 @@
+// The sample scene classified with fixed parameters must give the same class
+// raster, byte for byte, build after build.
+#include "ISODataClassification.h"
+#include "support/TestSupport.h"
+
+#include <KalDataSource.h>
+
+#include <boost/any.hpp>
+#include <gtest/gtest.h>
+
+#include <QFile>
+
+#include <cstdint>
+
+namespace {
+
+std::uint64_t Fnv1a(const std::string& bytes) {
+    std::uint64_t hash = 1469598103934665603ull;
+    for (unsigned char c : bytes) {
+        hash ^= c;
+        hash *= 1099511628211ull;
+    }
+    return hash;
+}
+
+TEST(GoldenSampleTest, SampleSceneGivesTheRecordedClassRaster) {
+    if (!testsupport::FileExists(ISODATA_SAMPLE_SCENE)) GTEST_SKIP() << "sample scene not fetched";
+    testsupport::TempDir dir;
+    ASSERT_TRUE(QFile::copy(ISODATA_SAMPLE_SCENE, dir.QFile("scene.tif")));
+    KalDataSource::DatasetFactory::Instance()->RegisterPlugin();
+
+    stInfoClassificationISO record;
+    record.inputPath = dir.QFile("scene.tif");
+    record.resultPath = dir.QFile("classes.img");
+    // Fewer initial centres than classes wanted, so rounds split and merge.
+    record.desiredClassCount = 8;
+    record.initialClassCount = 5;
+    record.minClassPixels = 20;
+    record.maxMergePairs = 2;
+    record.maxIterations = 10;
+    record.stdDevThreshold = 10.0;
+    record.mergeDistanceThreshold = 20.0;
+    record.bandIndices = {0, 1, 2, 3, 4, 5};
+    isodata::ISODataClassification algorithm;
+    boost::any params(record);
+    algorithm.SetParams(params);
+    ASSERT_TRUE(algorithm.Execute());
+
+    const std::string raster = testsupport::ReadText(dir.File("classes.img"));
+    ASSERT_EQ(raster.size(), 349u * 352u);
+    EXPECT_EQ(Fnv1a(raster), 0x73ff709ad215b383ull) << std::hex << Fnv1a(raster);
+}
+
+} // namespace
