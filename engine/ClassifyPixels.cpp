@@ -17,24 +17,31 @@ namespace isodata {
 
 namespace {
 
+struct RowScratch {
+    explicit RowScratch(std::size_t n) : best(n), distance(n), label(n) {}
+    std::vector<double> best, distance;
+    std::vector<double> label;  // held as a double, so it blends in step with the distance
+};
+
 // Nearest centre of n consecutive pixels. Loops run over pixels innermost so
 // the compiler can vectorise them; every pixel still sums its bands in band
 // order, so the distances are those of a pixel-by-pixel loop.
 template <class T>
 void NearestCenters(const std::vector<const T*>& bands, std::size_t n, const std::vector<std::vector<T>>& centers,
-                    std::size_t clusters, std::vector<double>& best, std::vector<std::int32_t>& label,
-                    std::vector<double>& distance) {
-    std::fill_n(best.begin(), n, std::numeric_limits<double>::infinity());
-    std::fill_n(label.begin(), n, 0);
-    double* dist = distance.data();
+                    std::size_t clusters, RowScratch& s) {
+    double* __restrict best = s.best.data();
+    double* __restrict dist = s.distance.data();
+    double* __restrict label = s.label.data();
+    std::fill_n(best, n, std::numeric_limits<double>::infinity());
+    std::fill_n(label, n, 0.0);
     for (std::size_t k = 0; k < clusters; ++k) {
         std::fill_n(dist, n, 0.0);
         for (std::size_t i = 0; i < bands.size(); ++i) {
             const T centre = centers[k][i];
-            const T* pixel = bands[i];
+            const T* __restrict pixel = bands[i];
             for (std::size_t x = 0; x < n; ++x) dist[x] += ClassifyTerm(centre, pixel[x]);
         }
-        const auto cluster = static_cast<std::int32_t>(k);
+        const auto cluster = static_cast<double>(k);
         for (std::size_t x = 0; x < n; ++x) {
             const bool nearer = best[x] > dist[x];
             best[x] = nearer ? dist[x] : best[x];
@@ -56,8 +63,7 @@ bool IsodataEngine<T>::ClassifyPixels(const StageProgress& stage) {
     blockClassCounts.assign(blockCount, {});
 
     const std::size_t rowLength = static_cast<std::size_t>(blockWidth);
-    std::vector<double> best(rowLength), distance(rowLength);
-    std::vector<std::int32_t> label(rowLength);
+    RowScratch scratch(rowLength);
     std::vector<const T*> rowBands(bandIndices.size());
 
     SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(blockCount));
@@ -71,12 +77,12 @@ bool IsodataEngine<T>::ClassifyPixels(const StageProgress& stage) {
         for (std::uint32_t r = 0; r < rows; ++r) {
             const std::size_t rowStart = static_cast<std::size_t>(r) * rowLength;
             for (std::size_t i = 0; i < rowBands.size(); ++i) rowBands[i] = reader.Band(i) + rowStart;
-            NearestCenters(rowBands, columns, centers, clusters, best, label, distance);
+            NearestCenters(rowBands, columns, centers, clusters, scratch);
             // With no cluster left there is nothing to count or record.
             if (clusters == 0) continue;
             for (std::uint32_t c = 0; c < columns; ++c) {
-                const auto k = static_cast<std::size_t>(label[c]);
-                if (k > 0) distanceSums[k] += best[c];
+                const auto k = static_cast<std::size_t>(scratch.label[c]);
+                if (k > 0) distanceSums[k] += scratch.best[c];
                 ++counts[k];
                 classFiles.Append(k, static_cast<std::uint32_t>(rowStart + c));
             }

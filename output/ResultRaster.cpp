@@ -23,6 +23,12 @@ constexpr float kDistanceCeiling = 1e7f;
 // Rows read per GDAL call; bounds the buffers to a few rows per band.
 constexpr int kRowsPerRead = 16;
 
+struct RowScratch {
+    explicit RowScratch(std::size_t n) : best(n), distance(n), sum(n), label(n) {}
+    std::vector<float> best, distance, sum;
+    std::vector<std::int32_t> label;
+};
+
 bool IsBackground(const float* const* rows, std::size_t bands, std::size_t x) {
     float sum = 0.0f;
     for (std::size_t k = 0; k < bands; ++k) sum += rows[k][x];
@@ -30,28 +36,39 @@ bool IsBackground(const float* const* rows, std::size_t bands, std::size_t x) {
 }
 
 // Labels n pixels of one row: the same arithmetic as LabelPixel, with pixels
-// innermost so the loops vectorise.
-void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::vector<float>& best,
-              std::vector<float>& distance, std::vector<std::int32_t>& label, std::uint8_t* out) {
-    std::fill_n(best.begin(), n, kDistanceCeiling);
-    std::fill_n(label.begin(), n, 0);
-    float* dist = distance.data();
+// innermost and plain arrays so the loops vectorise.
+void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, RowScratch& s,
+              std::uint8_t* out) {
+    float* __restrict best = s.best.data();
+    float* __restrict dist = s.distance.data();
+    float* __restrict sum = s.sum.data();
+    std::int32_t* __restrict label = s.label.data();
+    std::fill_n(best, n, kDistanceCeiling);
+    std::fill_n(label, n, 0);
     for (std::size_t c = 0; c < centers.clusters; ++c) {
         std::fill_n(dist, n, 0.0f);
         for (std::size_t k = 0; k < centers.bands; ++k) {
             const float centre = centers.values[c * centers.bands + k];
-            const float* value = rows[k];
+            const float* __restrict value = rows[k];
             for (std::size_t x = 0; x < n; ++x) dist[x] += std::fabs(value[x] - centre);
         }
         const auto cls = static_cast<std::int32_t>(c + 1);
         for (std::size_t x = 0; x < n; ++x) {
-            const bool nearer = dist[x] < best[x];
-            best[x] = nearer ? dist[x] : best[x];
-            label[x] = nearer ? cls : label[x];
+            const std::int32_t nearer = -static_cast<std::int32_t>(dist[x] < best[x]);
+            best[x] = dist[x] < best[x] ? dist[x] : best[x];
+            label[x] = (label[x] & ~nearer) | (cls & nearer);
         }
     }
-    for (std::size_t x = 0; x < n; ++x)
-        out[x] = IsBackground(rows, centers.bands, x) ? 0 : static_cast<std::uint8_t>(label[x]);
+    // Background: the band values summed in band order.
+    std::fill_n(sum, n, 0.0f);
+    for (std::size_t k = 0; k < centers.bands; ++k) {
+        const float* __restrict value = rows[k];
+        for (std::size_t x = 0; x < n; ++x) sum[x] += value[x];
+    }
+    for (std::size_t x = 0; x < n; ++x) {
+        const std::int32_t background = -static_cast<std::int32_t>(static_cast<double>(std::fabs(sum[x])) < kBackgroundSum);
+        out[x] = static_cast<std::uint8_t>(label[x] & ~background);
+    }
 }
 
 } // namespace
@@ -98,8 +115,7 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     // A band that cannot be read keeps the previous rows' values; zeros at first.
     std::vector<std::vector<float>> chunks(bands, std::vector<float>(w * kRowsPerRead, 0.0f));
     std::vector<const float*> rows(bands);
-    std::vector<float> best(w), distance(w);
-    std::vector<std::int32_t> label(w);
+    RowScratch scratch(w);
     std::vector<std::uint8_t> out(w);
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
     GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
@@ -115,7 +131,7 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
                            chunks[k].data(), GDT_Float32);
         for (int r = 0; r < count; ++r) {
             for (std::size_t k = 0; k < bands; ++k) rows[k] = chunks[k].data() + static_cast<std::size_t>(r) * w;
-            LabelRow(rows.data(), w, centers, best, distance, label, out.data());
+            LabelRow(rows.data(), w, centers, scratch, out.data());
             if (targetBand) {
                 const CPLErr ignored = targetBand->RasterIO(GF_Write, 0, y0 + r, width, 1, out.data(), width, 1,
                                                             GDT_Byte, 0, 0, nullptr);
