@@ -3,14 +3,11 @@
 
 #include <KalDataSource.h>
 
-#include <boost/algorithm/string/classification.hpp>
-#include <boost/algorithm/string/split.hpp>
+#include "BandList.h"
+
 #include <boost/any.hpp>
 
-#include <cstdlib>
 #include <new>
-#include <string>
-#include <vector>
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -31,10 +28,6 @@ extern "C" KalAlgo::IKalAlgo* GetAlgoObj() {
 extern "C" bool ExecuteAlgo(const char* inputPath, const char* bandList, const char* resultPath,
                             double stdDevThreshold, double mergeDistanceThreshold, int initialClassCount,
                             int maxIterations, int maxMergePairs, int minClassPixels, int desiredClassCount) {
-    const std::string list = bandList ? bandList : "";
-    std::vector<std::string> pieces;
-    boost::algorithm::split(pieces, list, boost::algorithm::is_any_of("|"));
-
     stInfoClassificationISO record;
     record.inputPath = QString::fromUtf8(inputPath ? inputPath : "");
     record.resultPath = QString::fromUtf8(resultPath ? resultPath : "");
@@ -45,7 +38,7 @@ extern "C" bool ExecuteAlgo(const char* inputPath, const char* bandList, const c
     record.maxMergePairs = maxMergePairs;
     record.minClassPixels = minClassPixels;
     record.desiredClassCount = desiredClassCount;
-    for (const std::string& piece : pieces) record.bandIndices.push_back(std::atoi(piece.c_str()));
+    record.bandIndices = isodata::ParseBandList(bandList ? bandList : "");
 
     isodata::ISODataClassification algorithm;
     boost::any params(record);

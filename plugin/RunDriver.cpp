@@ -156,7 +156,6 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
     files.height = ReducedSize(y, factor);
 
     const QString workingPath = inputPath + QLatin1String(kWorkingSuffix);
-    WorkingFileGuard guard(workingPath);
     {
         auto working = factory->CreateRasterDataset(workingPath, files.width, files.height,
                                                     files.input->GetBandCount(), KalDataSource::PDT_Float32,
@@ -165,6 +164,7 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
         CopyGeoreferencing(files.input, working);
         WriteWorkingCopy(files.input, working, files.width, files.height);
     }  // closing the handle flushes the file
+    WorkingFileGuard guard(workingPath);
     files.working = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
 
     {
