@@ -34,12 +34,12 @@ public:
     // blockSide < 64 makes a small grid out of a small image.
     void Make(int width, int height, const testsupport::BandValues& bands, std::uint64_t clusters,
               int blockSide = 64) {
-        testsupport::RasterSpec spec;
-        spec.width = width;
-        spec.height = height;
-        spec.type = isodata::PixelTraits<T>::gdalType;
-        spec.bands = bands;
-        testsupport::WriteRaster(dir.File("in.tif"), spec);
+        testsupport::RasterTable table;
+        table.width = width;
+        table.height = height;
+        table.type = isodata::PixelTraits<T>::gdalType;
+        table.bands = bands;
+        testsupport::WriteRaster(dir.File("in.tif"), table);
         auto* factory = KalDataSource::DatasetFactory::Instance();
         factory->RegisterPlugin();
         engine = std::make_unique<isodata::IsodataEngine<T>>(stInfoClassificationISO{});

@@ -17,7 +17,7 @@
 using namespace KalDataSource;
 using testsupport::FileExists;
 using testsupport::ReadText;
-using testsupport::RasterSpec;
+using testsupport::RasterTable;
 using testsupport::TempDir;
 
 namespace {
@@ -37,7 +37,7 @@ protected:
 
     // A small GeoTIFF written straight through GDAL.
     std::string WriteTiff(const std::string& name, int width, int height, int bands, GDALDataType type) {
-        RasterSpec raster;
+        RasterTable raster;
         raster.width = width;
         raster.height = height;
         raster.type = type;

@@ -20,7 +20,7 @@ using isodata::LabelCenters;
 using KalDataSource::DatasetFactory;
 using KalDataSource::RasterDataset;
 using KalUtility::_ptr_t;
-using testsupport::RasterSpec;
+using testsupport::RasterTable;
 using testsupport::TempDir;
 
 LabelCenters Centers(const std::vector<std::vector<float>>& rows, std::size_t bands) {
@@ -91,7 +91,7 @@ protected:
     _ptr_t<RasterDataset> WriteSource(const std::string& name, int width, int height,
                                       const std::vector<std::vector<double>>& bands,
                                       GDALDataType type = GDT_Float32) {
-        RasterSpec raster;
+        RasterTable raster;
         raster.width = width;
         raster.height = height;
         raster.type = type;

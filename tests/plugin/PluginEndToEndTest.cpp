@@ -97,7 +97,7 @@ protected:
     }
 
     void WriteScene() {
-        testsupport::RasterSpec raster;
+        testsupport::RasterTable raster;
         raster.width = raster.height = kSide;
         raster.bands.assign(3, std::vector<double>(kSide * kSide));
         for (int b = 0; b < 3; ++b)

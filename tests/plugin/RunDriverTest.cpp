@@ -28,7 +28,7 @@ namespace {
 
 using isodata::RunResult;
 using testsupport::FileExists;
-using testsupport::RasterSpec;
+using testsupport::RasterTable;
 using testsupport::TempDir;
 
 bool EndsWith(const std::string& name, const std::string& suffix) {
@@ -56,7 +56,7 @@ protected:
     // A three-band Byte image of two groups: the left half dark, the right
     // half bright, each band at its own level so band mix-ups show.
     std::string WriteInput(const std::string& name, int width, int height) {
-        RasterSpec raster;
+        RasterTable raster;
         raster.width = width;
         raster.height = height;
         raster.bands.assign(3, std::vector<double>(static_cast<size_t>(width) * height));

@@ -43,20 +43,20 @@ QuietGdalErrors::~QuietGdalErrors() { CPLPopErrorHandler(); }
 
 void RegisterGdal() { GDALAllRegister(); }
 
-void WriteRaster(const std::string& path, const RasterSpec& spec, const char* driverName) {
+void WriteRaster(const std::string& path, const RasterTable& table, const char* driverName) {
     RegisterGdal();
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(driverName);
     ASSERT_NE(driver, nullptr) << driverName;
-    const int bandCount = static_cast<int>(spec.bands.size());
-    GDALDataset* ds = driver->Create(path.c_str(), spec.width, spec.height, bandCount, spec.type, nullptr);
+    const int bandCount = static_cast<int>(table.bands.size());
+    GDALDataset* ds = driver->Create(path.c_str(), table.width, table.height, bandCount, table.type, nullptr);
     ASSERT_NE(ds, nullptr) << path;
-    if (!spec.geoTransform.empty()) {
+    if (!table.geoTransform.empty()) {
         double gt[6];
-        std::copy(spec.geoTransform.begin(), spec.geoTransform.end(), gt);
+        std::copy(table.geoTransform.begin(), table.geoTransform.end(), gt);
         ds->SetGeoTransform(gt);
     }
-    if (spec.wkt != "-") {
-        std::string wkt = spec.wkt;
+    if (table.wkt != "-") {
+        std::string wkt = table.wkt;
         if (wkt.empty()) {
             OGRSpatialReference srs;
             srs.importFromEPSG(32633);
@@ -68,10 +68,10 @@ void WriteRaster(const std::string& path, const RasterSpec& spec, const char* dr
         ds->SetProjection(wkt.c_str());
     }
     for (int b = 0; b < bandCount; ++b) {
-        std::vector<double> values = spec.bands[b];
-        ASSERT_EQ(values.size(), static_cast<size_t>(spec.width) * spec.height);
-        CPLErr err = ds->GetRasterBand(b + 1)->RasterIO(GF_Write, 0, 0, spec.width, spec.height, values.data(),
-                                                        spec.width, spec.height, GDT_Float64, 0, 0, nullptr);
+        std::vector<double> values = table.bands[b];
+        ASSERT_EQ(values.size(), static_cast<size_t>(table.width) * table.height);
+        CPLErr err = ds->GetRasterBand(b + 1)->RasterIO(GF_Write, 0, 0, table.width, table.height, values.data(),
+                                                        table.width, table.height, GDT_Float64, 0, 0, nullptr);
         ASSERT_EQ(err, CE_None);
     }
     GDALClose(ds);

@@ -43,7 +43,7 @@ void RegisterGdal();
 // Band-sequential pixel values: bands[b][y * width + x].
 using BandValues = std::vector<std::vector<double>>;
 
-struct RasterSpec {
+struct RasterTable {
     int width = 0;
     int height = 0;
     GDALDataType type = GDT_Byte;
@@ -53,7 +53,7 @@ struct RasterSpec {
 };
 
 // Writes a GeoTIFF (or another driver's file) with the given values.
-void WriteRaster(const std::string& path, const RasterSpec& spec, const char* driver = "GTiff");
+void WriteRaster(const std::string& path, const RasterTable& table, const char* driver = "GTiff");
 
 // Reads one band back as doubles.
 std::vector<double> ReadBand(const std::string& path, int band = 1);

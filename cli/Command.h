@@ -1,0 +1,21 @@
+// isodata from parsed options to exit status: check, run, preview, summary.
+#pragma once
+
+#include "Options.h"
+
+#include <ostream>
+
+namespace isodata_cli {
+
+enum class ExitCode : int {
+    Ok = 0,
+    BadRequest = 1,            // bad command line or input; nothing was run
+    ClassificationFailed = 2,  // includes a plug-in that cannot be loaded
+    PreviewFailed = 3,         // the class raster is fine, the PNG is not
+};
+
+// Progress and the summary go to out, problems to err. outIsTerminal selects
+// the drawn progress bars over plain lines.
+ExitCode RunCommand(const Options& options, std::ostream& out, std::ostream& err, bool outIsTerminal);
+
+} // namespace isodata_cli

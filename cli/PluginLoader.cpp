@@ -1,0 +1,49 @@
+// dlopen-based loading of the plug-in, with the library's own error text in
+// every failure so a wrong --plugin path is easy to tell from a broken build.
+#include "PluginLoader.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <system_error>
+
+namespace isodata_cli {
+
+std::string DefaultPluginPath() {
+    std::error_code ec;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    const std::string name = "libisodata.so";
+    if (ec) return name;
+    return (self.parent_path() / name).string();
+}
+
+PluginLibrary::PluginLibrary(void* handle, Factory factory, std::string path)
+    : handle_(handle), factory_(factory), path_(std::move(path)) {}
+
+PluginLibrary::~PluginLibrary() { dlclose(handle_); }
+
+std::unique_ptr<PluginLibrary> PluginLibrary::Open(const std::string& path, std::string& error) {
+    // A bare name would make dlopen search the system's library path instead
+    // of the file the user meant.
+    const std::string target = path.find('/') == std::string::npos ? "./" + path : path;
+    dlerror();
+    void* handle = dlopen(target.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle) {
+        const char* why = dlerror();
+        error = "cannot load the plug-in '" + path + "': " + (why ? why : "unknown error");
+        return nullptr;
+    }
+    void* symbol = dlsym(handle, "GetAlgoObj");
+    if (!symbol) {
+        dlclose(handle);
+        error = "'" + path + "' is not a classification plug-in: it has no GetAlgoObj entry point";
+        return nullptr;
+    }
+    return std::unique_ptr<PluginLibrary>(new PluginLibrary(handle, reinterpret_cast<Factory>(symbol), path));
+}
+
+KalUtility::_ptr_t<KalAlgo::IKalAlgo> PluginLibrary::CreateAlgorithm() {
+    return KalUtility::_ptr_t<KalAlgo::IKalAlgo>(factory_());
+}
+
+} // namespace isodata_cli

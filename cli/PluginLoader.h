@@ -1,0 +1,39 @@
+// Loads the classification plug-in the way the host application does: open
+// the shared library, look up GetAlgoObj, and take the algorithm object it
+// hands out.
+#pragma once
+
+#include <KalAlgo.h>
+
+#include <memory>
+#include <string>
+
+namespace isodata_cli {
+
+// libisodata.so beside the running executable.
+std::string DefaultPluginPath();
+
+// An open plug-in library; closes it on destruction. Every object it created
+// must be gone by then, since their code lives in the library.
+class PluginLibrary {
+public:
+    // Null with error set when the library cannot be opened or lacks the entry point.
+    static std::unique_ptr<PluginLibrary> Open(const std::string& path, std::string& error);
+    ~PluginLibrary();
+    PluginLibrary(const PluginLibrary&) = delete;
+    PluginLibrary& operator=(const PluginLibrary&) = delete;
+
+    // A new algorithm object; null when the plug-in gives none.
+    KalUtility::_ptr_t<KalAlgo::IKalAlgo> CreateAlgorithm();
+    const std::string& Path() const { return path_; }
+
+private:
+    using Factory = KalAlgo::IKalAlgo* (*)();
+    PluginLibrary(void* handle, Factory factory, std::string path);
+
+    void* handle_;
+    Factory factory_;
+    std::string path_;
+};
+
+} // namespace isodata_cli

@@ -1,0 +1,232 @@
+// Checks a request before the plug-in sees it, in the order a person would
+// fix things: the numbers, the input, the working files beside the input,
+// the output, then the preview. The first problem ends the checks.
+//
+// The plug-in does none of this itself: it passes bad values on unchecked,
+// creates its working files with truncation and deletes them afterwards, and
+// reports a failure without a reason. Hence the care taken here over names
+// that a run would overwrite or delete.
+#include "Validate.h"
+
+#include "WorkFiles.h"
+
+#include <cpl_error.h>
+#include <cpl_string.h>
+#include <gdal_priv.h>
+
+#include <filesystem>
+#include <limits>
+#include <sstream>
+#include <system_error>
+
+namespace fs = std::filesystem;
+
+namespace isodata_cli {
+namespace {
+
+// Class numbers are pixel values of a Byte raster, 0 meaning unclassified.
+constexpr int kMaxClasses = 255;
+
+std::string Quote(const std::string& s) { return "'" + s + "'"; }
+
+bool Exists(const std::string& path) {
+    std::error_code ec;
+    return fs::exists(fs::symlink_status(path, ec));
+}
+
+std::string ListFiles(const std::vector<std::string>& files) {
+    constexpr size_t kShown = 3;
+    std::ostringstream s;
+    for (size_t i = 0; i < files.size() && i < kShown; ++i) s << (i ? ", " : "") << Quote(files[i]);
+    if (files.size() > kShown) s << " and " << files.size() - kShown << " more";
+    return s.str();
+}
+
+std::string CheckRange(const char* option, int value, int low, int high, const char* why) {
+    if (value >= low && value <= high) return {};
+    std::ostringstream s;
+    s << option << " " << value << " is out of range: " << why;
+    return s.str();
+}
+
+std::string CheckNonNegative(const char* option, double value, const char* why) {
+    if (value >= 0.0) return {};
+    std::ostringstream s;
+    s << option << " " << value << " is out of range: " << why;
+    return s.str();
+}
+
+struct InputInfo {
+    int width = 0;
+    int height = 0;
+    int bandCount = 0;
+    std::vector<std::string> files;  // every file GDAL reads for the input
+};
+
+std::string OpenInput(const std::string& path, InputInfo& info) {
+    if (!Exists(path)) return "input " + Quote(path) + " does not exist";
+    std::error_code ec;
+    if (!fs::is_regular_file(path, ec)) return "input " + Quote(path) + " is not a file";
+    GDALAllRegister();
+    CPLErrorReset();
+    CPLPushErrorHandler(CPLQuietErrorHandler);
+    GDALDatasetUniquePtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    CPLPopErrorHandler();
+    if (!ds) {
+        std::string message = "input " + Quote(path) + " is not a raster GDAL can read";
+        const std::string detail = CPLGetLastErrorMsg();
+        if (!detail.empty()) message += " (" + detail + ")";
+        return message;
+    }
+    info.width = ds->GetRasterXSize();
+    info.height = ds->GetRasterYSize();
+    info.bandCount = ds->GetRasterCount();
+    const CPLStringList files(ds->GetFileList());
+    for (int i = 0; i < files.size(); ++i) info.files.emplace_back(files[i]);
+    if (info.bandCount < 1) return "input " + Quote(path) + " has no raster band";
+    return {};
+}
+
+std::string CheckBands(const Options& o, const InputInfo& info, std::vector<int>& indices) {
+    indices.clear();
+    if (o.bands.empty()) {
+        for (int b = 0; b < info.bandCount; ++b) indices.push_back(b);
+        return {};
+    }
+    for (int band : o.bands) {
+        if (band > info.bandCount) {
+            std::ostringstream s;
+            s << "-b " << band << ": input " << Quote(o.input) << " has only " << info.bandCount
+              << (info.bandCount == 1 ? " band" : " bands");
+            return s.str();
+        }
+        indices.push_back(band - 1);
+    }
+    return {};
+}
+
+std::string CheckWorkingFiles(const std::string& input, const std::string& pluginInput) {
+    const std::string inputFolder = FolderOf(input);
+    if (!FolderIsWritable(inputFolder))
+        return "the input's folder " + Quote(inputFolder) +
+               " is not writable; the classification writes its working files beside the input";
+    const std::string scratchFolder = ScratchFolderFor(pluginInput);
+    if (!SamePath(scratchFolder, inputFolder) && !FolderIsWritable(scratchFolder))
+        return "folder " + Quote(scratchFolder) + " is not writable; the classification writes its scratch files "
+               "there (the input's name has no extension, so they are named after its dotted folder)";
+
+    const std::string temporary = TemporaryPathFor(pluginInput);
+    if (Exists(temporary))
+        return "working file " + Quote(temporary) +
+               " already exists; the classification would overwrite it and then delete it. "
+               "Move it away (an interrupted run may have left it) and try again";
+    const std::vector<std::string> scratch = ExistingScratchFiles(pluginInput);
+    if (!scratch.empty())
+        return std::string(scratch.size() == 1 ? "working file " : "working files ") + ListFiles(scratch) +
+               (scratch.size() == 1 ? " already exists" : " already exist") +
+               "; the classification would overwrite and then delete them. "
+               "Move them away (an interrupted run may have left them) and try again";
+    return {};
+}
+
+// Whether path is one of the files the run creates and deletes itself.
+bool IsWorkingFile(const std::string& path, const std::string& pluginInput) {
+    return SamePath(path, TemporaryPathFor(pluginInput)) || IsScratchFileFor(path, pluginInput);
+}
+
+// A file the run will write: not the input, not a working file, and not an
+// existing file unless -overwrite allows it.
+std::string CheckNewFile(const char* what, const std::string& file, const std::string& named, const Options& o,
+                         const InputInfo& input, const std::string& pluginInput) {
+    for (const std::string& inputFile : input.files) {
+        if (SamePath(file, inputFile)) {
+            if (file == named) return std::string(what) + " " + Quote(named) + " is the input itself";
+            return std::string(what) + " " + Quote(named) + " would overwrite " + Quote(file) + ", part of the input";
+        }
+    }
+    if (IsWorkingFile(file, pluginInput))
+        return std::string(what) + " " + Quote(named) + " clashes with the working file " + Quote(file) +
+               " that the classification creates and deletes";
+    std::error_code ec;
+    if (fs::is_directory(file, ec)) return std::string(what) + " " + Quote(file) + " is a folder";
+    if (Exists(file) && !o.overwrite) {
+        if (file == named) return std::string(what) + " " + Quote(named) + " already exists (use -overwrite to replace it)";
+        return std::string(what) + " " + Quote(named) + ": " + Quote(file) +
+               " already exists (use -overwrite to replace it)";
+    }
+    return {};
+}
+
+std::string CheckFolder(const char* what, const std::string& path) {
+    const std::string folder = FolderOf(path);
+    std::error_code ec;
+    if (!fs::is_directory(folder, ec)) return std::string(what) + " folder " + Quote(folder) + " does not exist";
+    if (!FolderIsWritable(folder)) return std::string(what) + " folder " + Quote(folder) + " is not writable";
+    return {};
+}
+
+std::string CheckOutput(const Options& o, const InputInfo& input, const std::string& pluginInput) {
+    if (std::string problem = CheckFolder("output", o.output); !problem.empty()) return problem;
+    const ResultFiles result = ResultFilesFor(o.output);
+    if (SamePath(result.raw, result.header))
+        return "output " + Quote(o.output) + " would be its own ENVI header; choose a name not ending in .hdr";
+    for (const std::string& file : result.All())
+        if (std::string problem = CheckNewFile("output", file, o.output, o, input, pluginInput); !problem.empty())
+            return problem;
+    return {};
+}
+
+std::string CheckPreview(const Options& o, const InputInfo& input, const std::string& pluginInput) {
+    if (o.previewPath.empty()) return {};
+    if (std::string problem = CheckFolder("preview", o.previewPath); !problem.empty()) return problem;
+    for (const std::string& file : ResultFilesFor(o.output).All())
+        if (SamePath(o.previewPath, file))
+            return "preview " + Quote(o.previewPath) + " would overwrite " + Quote(file) + ", part of the output";
+    return CheckNewFile("preview", o.previewPath, o.previewPath, o, input, pluginInput);
+}
+
+} // namespace
+
+std::string CheckParameters(const Options& o) {
+    for (int band : o.bands)
+        if (band < 1) return "-b " + std::to_string(band) + " is not a band: bands are numbered from 1";
+    constexpr int kNoLimit = std::numeric_limits<int>::max();
+    const std::string problems[] = {
+        CheckRange("-classes", o.classes, 1, kMaxClasses, "between 1 and 255 classes fit a Byte class raster"),
+        CheckRange("-initial", o.initialClasses, 1, kMaxClasses, "between 1 and 255 starting centres"),
+        CheckRange("-min-size", o.minClassPixels, 0, kNoLimit, "a cluster cannot have fewer than 0 pixels"),
+        CheckRange("-merge-pairs", o.maxMergePairs, 0, kNoLimit, "at least 0 pairs (0 merges nothing)"),
+        CheckRange("-iter", o.maxIterations, 1, kNoLimit,
+                   "at least 1 iteration (0 would run until the class count reaches -classes, "
+                   "which may never happen)"),
+        CheckNonNegative("-std", o.stdDevThreshold, "a standard deviation is never negative"),
+        CheckNonNegative("-merge-dist", o.mergeDistance, "a distance is never negative"),
+    };
+    for (const std::string& problem : problems)
+        if (!problem.empty()) return problem;
+    return {};
+}
+
+Validation ValidateRequest(const Options& o) {
+    Validation v;
+    InputInfo input;
+    const std::string pluginInput = PluginInputPath(o.input);
+    std::string problem = CheckParameters(o);
+    if (problem.empty()) problem = OpenInput(o.input, input);
+    if (problem.empty()) problem = CheckBands(o, input, v.request.bandIndices);
+    if (problem.empty()) problem = CheckWorkingFiles(o.input, pluginInput);
+    if (problem.empty()) problem = CheckOutput(o, input, pluginInput);
+    if (problem.empty()) problem = CheckPreview(o, input, pluginInput);
+    if (!problem.empty()) {
+        v.message = problem;
+        return v;
+    }
+    v.ok = true;
+    v.request.pluginInputPath = pluginInput;
+    v.request.width = input.width;
+    v.request.height = input.height;
+    v.request.inputBandCount = input.bandCount;
+    return v;
+}
+
+} // namespace isodata_cli
