@@ -28,7 +28,7 @@ if [ ! -x "$build/bin/isodata" ] || [ ! -x "$build/bin/isodata_io_floor" ]; then
     echo "bench: $build/bin lacks isodata or isodata_io_floor" >&2
     exit 1
   fi
-  "$here/scripts/build.sh"
+  "$here/scripts/build.sh" isodata isodata_plugin isodata_io_floor
 fi
 
 work="$build/bench/workloads"

@@ -6,7 +6,7 @@ set -euo pipefail
 
 here=$(cd "$(dirname "$0")/.." && pwd)
 "$here/scripts/setup.sh"
-"$here/scripts/build.sh"
+"$here/scripts/build.sh" isodata isodata_plugin
 
 mkdir -p "$here/out"
 cd "$here"

@@ -19,6 +19,6 @@ echo "== normal build"
 run_suite "$here/build" -DCMAKE_BUILD_TYPE=Release
 if [ "${1:-}" != "--quick" ]; then
   echo "== sanitizer build (AddressSanitizer, UndefinedBehaviorSanitizer)"
-  ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 \
+  UBSAN_OPTIONS=print_stacktrace=1 \
     run_suite "$here/build-sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DISODATA_SANITIZE=ON
 fi

@@ -32,9 +32,10 @@ TEST(GoldenSampleTest, SampleSceneGivesTheRecordedClassRaster) {
     stInfoClassificationISO record;
     record.inputPath = dir.QFile("scene.tif");
     record.resultPath = dir.QFile("classes.img");
-    // Fewer initial centres than classes wanted, so rounds split and merge.
+    // The command line's defaults: fewer initial centres than classes wanted,
+    // so the rounds split and merge.
     record.desiredClassCount = 8;
-    record.initialClassCount = 5;
+    record.initialClassCount = 4;
     record.minClassPixels = 20;
     record.maxMergePairs = 2;
     record.maxIterations = 10;
@@ -48,7 +49,7 @@ TEST(GoldenSampleTest, SampleSceneGivesTheRecordedClassRaster) {
 
     const std::string raster = testsupport::ReadText(dir.File("classes.img"));
     ASSERT_EQ(raster.size(), 349u * 352u);
-    EXPECT_EQ(Fnv1a(raster), 0x73ff709ad215b383ull) << std::hex << Fnv1a(raster);
+    EXPECT_EQ(Fnv1a(raster), 0x7fdbaa235a36fdb1ull) << std::hex << Fnv1a(raster);
 }
 
 } // namespace
