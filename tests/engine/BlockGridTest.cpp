@@ -69,12 +69,4 @@ TEST(BlockExtentTest, SingleColumnClipsEveryBlockToTheImageWidth) {
                       {3, 0, 192, 50, 8, true}});
 }
 
-TEST(BlockExtentTest, ExactMultiplesGiveWholeBlocks) {
-    Engine e(stInfoClassificationISO{});
-    e.width = 128;
-    e.height = 64;
-    e.InitBlockGrid();
-    ExpectExtents(e, {{0, 0, 0, 64, 64, false}, {1, 64, 0, 64, 64, false}});
-}
-
 } // namespace

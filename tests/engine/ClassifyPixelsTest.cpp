@@ -20,51 +20,22 @@ const std::vector<double> kPattern = {
     0,   0,   100, 100, 0,
 };
 
-class ClassifyPatternTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        h.Make(5, 3, OneBand(kPattern), 2, 4);
-        h.engine->blockHeight = 2;
-        h.engine->InitBlockGrid();
-        h.ClassifyWith({{10}, {90}});
-    }
+TEST(ClassifyPixelsTest, RecordsCountsDistancesAndBlockRelativeIndicesPerCluster) {
     EngineHarness<std::uint8_t> h;
-};
-
-TEST_F(ClassifyPatternTest, ScratchFilesHoldBlockRelativeIndicesWithTheNominalStride) {
+    h.Make(5, 3, OneBand(kPattern), 2, 4);
+    h.engine->blockHeight = 2;
+    h.engine->InitBlockGrid();
+    h.ClassifyWith({{10}, {90}});
     // Block 0: members of cluster 1 at (0,1), (0,3), (1,0); block 1 (one
     // column): rows 0 and 1 are indices 0 and 4; block 2: columns 2, 3.
     EXPECT_EQ(h.ScratchFile(0), (std::vector<std::uint32_t>{0, 2, 5, 6, 7, 4, 0, 1, 0}));
     EXPECT_EQ(h.ScratchFile(1), (std::vector<std::uint32_t>{1, 3, 4, 0, 2, 3}));
     EXPECT_TRUE(h.ScratchFile(2).empty());  // one file more than clusters, always empty
-}
-
-TEST_F(ClassifyPatternTest, CountsEveryClusterPerBlock) {
     EXPECT_EQ(h.engine->blockClassCounts,
               (std::vector<std::vector<std::uint32_t>>{{5, 3}, {1, 1}, {2, 2}, {1, 0}}));
-    EXPECT_EQ(h.engine->classCount, 2u);
-}
-
-TEST_F(ClassifyPatternTest, ClusterZeroNeverAccumulatesADistance) {
-    // Six members of cluster 1 at distance 10; cluster 0's nine members at
-    // distance 10 are not added.
+    // Six members of cluster 1 at distance 10; cluster 0's members, also 10
+    // away, are never added.
     EXPECT_EQ(h.engine->distanceSums, (std::vector<double>{0.0, 60.0}));
-}
-
-TEST_F(ClassifyPatternTest, ReportsZeroThenOneStepPerBlock) {
-    std::vector<double> percents;
-    for (const auto& r : h.reports)
-        if (r.text == "stage") percents.push_back(r.percent);
-    ASSERT_GE(percents.size(), 5u);
-    const std::vector<double> last(percents.end() - 5, percents.end());
-    EXPECT_EQ(last[0], 0.0);
-    EXPECT_EQ(last[1], 25.0);
-    EXPECT_EQ(last[4], 100.0);
-}
-
-TEST_F(ClassifyPatternTest, RemovingTheFilesLeavesNoScratchFile) {
-    h.engine->RemoveClassFiles();
-    EXPECT_EQ(h.dir.List(), (std::vector<std::string>{"in.tif"}));
 }
 
 TEST(ClassifyPixelsTest, EqualDistanceGoesToTheLowerCluster) {
@@ -73,16 +44,6 @@ TEST(ClassifyPixelsTest, EqualDistanceGoesToTheLowerCluster) {
     // Distances 40, 30, 10, 20, 25, 10: clusters 2 and 5 tie.
     h.ClassifyWith({{100}, {90}, {50}, {80}, {85}, {70}});
     EXPECT_EQ(h.engine->blockClassCounts[0], (std::vector<std::uint32_t>{0, 0, 1, 0, 0, 0}));
-}
-
-TEST(ClassifyPixelsTest, DistanceIsTheSumOfBandDifferencesNotEuclidean) {
-    EngineHarness<std::uint8_t> h;
-    // Pixel (0,0): centre (3,3) is 6 away (Euclidean 4.24), centre (5,0)
-    // 5 away (Euclidean 5). City-block picks the second.
-    h.Make(1, 1, {{0}, {0}}, 2);
-    h.ClassifyWith({{3, 3}, {5, 0}});
-    EXPECT_EQ(h.engine->blockClassCounts[0], (std::vector<std::uint32_t>{0, 1}));
-    EXPECT_EQ(h.engine->distanceSums[1], 5.0);
 }
 
 TEST(ClassifyPixelsTest, UnsignedThirtyTwoBitCentreBelowThePixelIsFarAway) {

@@ -75,15 +75,4 @@ TEST(ClusterStatisticsTest, MeanDistanceProgressEndsShortOfOneHundred) {
     EXPECT_EQ(h.engine->meanDistances, (std::vector<double>{0.0, 0.0, 1.0}));
 }
 
-TEST(ClusterStatisticsTest, SingleBlockReportsZeroThenOneHundred) {
-    EngineHarness<std::uint8_t> h;
-    h.Make(4, 4, OneBand(std::vector<double>(16, 3.0)), 1);
-    h.ClassifyWith({{3}});
-    h.reports.clear();
-    h.engine->ComputeClusterCenters(h.Stage());
-    ASSERT_EQ(h.reports.size(), 2u);
-    EXPECT_EQ(h.reports[0].percent, 0.0);
-    EXPECT_EQ(h.reports[1].percent, 100.0);
-}
-
 } // namespace

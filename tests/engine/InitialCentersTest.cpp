@@ -40,13 +40,6 @@ TEST(InitialCentersTest, SingleClusterTakesOnlyTheMostCentralSample) {
     EXPECT_EQ(Choose(h, 1), (std::vector<std::vector<float>>{{4.0f}}));
 }
 
-TEST(InitialCentersTest, EqualSamplesAreNotBothChosenWhileAnotherLiesFarther) {
-    EngineHarness<std::int16_t> h;
-    h.Make(4, 1, OneBand({7, 7, 7, -50}), 2, 1);
-    const auto centers = Choose(h, 2);
-    EXPECT_EQ(centers, (std::vector<std::vector<std::int16_t>>{{7}, {-50}}));
-}
-
 TEST(InitialCentersTest, NoClusterRequestedLeavesNoCentreAndDoesNotCrash) {
     EngineHarness<float> h;
     h.Make(3, 1, OneBand({1.0, 2.0, 3.0}), 0, 1);
@@ -67,21 +60,6 @@ TEST(InitialCentersTest, SamplesAreTheTopLeftPixelOfEveryBlockAndExtentsAreRecor
     EXPECT_EQ(h.engine->blockPixelWidths, (std::vector<std::uint32_t>{4, 1, 4, 1}));
     EXPECT_EQ(h.engine->blockPixelHeights, (std::vector<std::uint32_t>{2, 2, 1, 1}));
     EXPECT_EQ(h.engine->blockPixelCounts, (std::vector<std::uint32_t>{8, 2, 4, 1}));
-}
-
-TEST(InitialCentersTest, ReportsSamplingRowsAndChoicesUnderTheirTexts) {
-    EngineHarness<std::uint8_t> h;
-    h.Make(4, 1, OneBand({1, 2, 3, 4}), 3, 1);
-    Choose(h, 3);
-    // Sampling: 0 then 4 blocks; rows: 0 then 4 samples; choosing: 0 then 2.
-    ASSERT_EQ(h.reports.size(), 5u + 5u + 3u);
-    EXPECT_EQ(h.reports[0].percent, 0.0);
-    EXPECT_DOUBLE_EQ(h.reports[4].percent, 100.0);
-    EXPECT_EQ(h.reports[5].percent, 0.0);
-    EXPECT_DOUBLE_EQ(h.reports[9].percent, 100.0);
-    EXPECT_EQ(h.reports[9].text, "Select Initial Cluster Center");
-    EXPECT_EQ(h.reports[10].percent, 0.0);
-    EXPECT_DOUBLE_EQ(h.reports[12].percent, 200.0 / 3.0);
 }
 
 } // namespace

@@ -66,16 +66,12 @@ const std::string kRound1 = kStart + "1times iteration";
 const std::string kRound2 = kRound1 + "2times iteration";
 const std::string kRound3 = kRound2 + "3times iteration";
 
-TEST_F(IterationDriverTest, StopsAfterTheFirstRoundWhenTheDesiredCountIsReached) {
+TEST_F(IterationDriverTest, StopsAfterTheFirstRoundAtTheDesiredCountAndWritesTheGroups) {
     ASSERT_TRUE(Run({}));
     EXPECT_EQ(Texts(), (std::vector<std::string>{kStart, "Statistical classification",
                                                  kRound1 + "Computing Cluster Center",
                                                  kRound1 + "Calculate the average distance from the center of the class",
                                                  "Generating result file"}));
-}
-
-TEST_F(IterationDriverTest, WritesTheGroupsAsClassesAndLeavesNoScratchFile) {
-    ASSERT_TRUE(Run({}));
     const std::vector<double> labels = Labels();
     // Centres in choice order: 120 (most central), 20, 220.
     for (int x = 0; x < 12; ++x) EXPECT_EQ(labels[x], (x < 4 ? 2.0 : x < 8 ? 1.0 : 3.0)) << "column " << x;
@@ -118,17 +114,6 @@ TEST_F(IterationDriverTest, DesiredOneMergesOnEachRoundUntilOneClassIsLeftOnAnOd
     for (const auto& t : Texts()) EXPECT_EQ(t.find("4times iteration"), std::string::npos) << t;
     const std::vector<double> labels = Labels();
     EXPECT_TRUE(std::all_of(labels.begin(), labels.end(), [](double v) { return v == 1.0; }));
-}
-
-TEST_F(IterationDriverTest, EvenRoundWithTheDesiredCountMerges) {
-    Controls c;
-    c.desired = 3;
-    c.initial = 4;  // round 1: K = 4 < 6, odd: split tried, fails; round 2: merge
-    c.mergeDistance = 5.0;
-    c.iterations = 2;
-    ASSERT_TRUE(Run(c));
-    EXPECT_TRUE(Saw(kRound1 + "Split"));
-    EXPECT_TRUE(Saw(kRound2 + "Computing Cluster Center"));
 }
 
 TEST_F(IterationDriverTest, ClustersBelowTheMinimumSizeAreAllDropped) {

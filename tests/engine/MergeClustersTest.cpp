@@ -94,12 +94,6 @@ TYPED_TEST(MergeTypedTest, StopsWhenTheSlotsReachHalfTheDesiredCount) {
     EXPECT_EQ(m.Centres(), (std::vector<TypeParam>{60, 46, 33, 21}));
 }
 
-TYPED_TEST(MergeTypedTest, ThePairLimitStopsTheWalk) {
-    MergeCase<TypeParam> m({60, 46, 33, 21, 10, 0}, {1, 1, 1, 1, 1, 1}, 100.0, 1);
-    ASSERT_TRUE(m.engine.MergeClusters());
-    EXPECT_EQ(m.Centres(), (std::vector<TypeParam>{60, 46, 33, 21, 10}));
-}
-
 TYPED_TEST(MergeTypedTest, TwoEmptyClustersDoNotCrash) {
     MergeCase<TypeParam> m({12, 10}, {0, 0}, 5.0);
     ASSERT_TRUE(m.engine.MergeClusters());
