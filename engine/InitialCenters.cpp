@@ -17,6 +17,9 @@ namespace isodata {
 
 namespace {
 
+// Stage text of the farthest-first choice.
+constexpr const char* kChoosingCenters = "Select Initial Cluster Center";
+
 template <class T>
 T SampleDistance(const std::vector<std::vector<T>>& samples, std::size_t x, std::size_t y) {
     T sum = T(0);
@@ -102,7 +105,7 @@ void IsodataEngine<T>::SelectInitialCenters(double* accA, double* accB, const St
     const std::vector<T> eccentricity = Eccentricities(samples, n, rows);
 
     const StageProgress choosing(stage.Callback(), stage.UserData(),
-                                 Translate(kOutputContext, "Select Initial Cluster Center"));
+                                 Translate(kOutputContext, kChoosingCenters));
     SteppedProgress progress(choosing, 100.0 / static_cast<double>(classCount));
     progress.Start();
     if (k == 0) return;

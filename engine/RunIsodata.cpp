@@ -23,6 +23,7 @@ constexpr const char* kSplit = "Split";
 constexpr const char* kSplitClassification = "Split-Statistical classification";
 constexpr const char* kMergeClassification = "Merger-Statistical classification";
 constexpr const char* kGenerateResultFile = "Generate result file";
+constexpr const char* kScratchFilesFailed = "Temporary file creation failed!";
 
 std::int32_t CeilDiv(std::int32_t a, std::int32_t b) {
     return static_cast<std::int32_t>(std::ceil(static_cast<double>(a) / static_cast<double>(b)));
@@ -131,7 +132,7 @@ void IsodataEngine<T>::ReleaseEngine() {
 template <class T>
 bool IsodataEngine<T>::CreateClassFiles() {
     if (classFiles.Create(inputPath, classCount)) return true;
-    errorText = Translate(kOutputContext, "Temporary file creation failed!");
+    errorText = Translate(kOutputContext, kScratchFilesFailed);
     return false;
 }
 

@@ -18,6 +18,7 @@ namespace isodata {
 
 namespace {
 
+constexpr const char* kGeneratingResultFile = "Generating result file";
 constexpr double kBackgroundSum = 1e-8;
 constexpr float kDistanceCeiling = 1e7f;
 // Rows read per GDAL call; bounds the buffers to a few rows per band.
@@ -120,8 +121,7 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
     GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
 
-    const char* text = "Generating result file";
-    StageProgress(progress, userData, Translate(kOutputContext, text)).Report(0.0);
+    StageProgress(progress, userData, Translate(kOutputContext, kGeneratingResultFile)).Report(0.0);
     const double step = 100.0 / height;
     double done = 0.0;
     for (int y0 = 0; y0 < height; y0 += kRowsPerRead) {
@@ -138,7 +138,7 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
                 (void)ignored;
             }
             done += step;
-            StageProgress(progress, userData, Translate(kOutputContext, text)).Report(done);
+            StageProgress(progress, userData, Translate(kOutputContext, kGeneratingResultFile)).Report(done);
         }
     }
     return 0;

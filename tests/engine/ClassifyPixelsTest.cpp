@@ -85,13 +85,4 @@ TEST(ClassifyPixelsTest, AFullWriteBufferIsWrittenBeforeTheNextIndex) {
     for (std::uint32_t i = 0; i < indices.size(); ++i) ASSERT_EQ(indices[i], i);
 }
 
-TEST(ClassifyPixelsTest, CornerBlockIndicesUseTheNominalBlockWidth) {
-    EngineHarness<std::uint8_t> h;
-    std::vector<double> v(100 * 100, 0.0);
-    v[99 * 100 + 99] = 200.0;  // bottom-right pixel of the 36 x 36 corner block
-    h.Make(100, 100, OneBand(v), 2);
-    h.ClassifyWith({{0}, {200}});
-    EXPECT_EQ(h.ScratchFile(1), (std::vector<std::uint32_t>{35 * 64 + 35}));
-}
-
 } // namespace
