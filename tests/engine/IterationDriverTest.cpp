@@ -114,6 +114,8 @@ TEST_F(IterationDriverTest, DesiredOneMergesOnEachRoundUntilOneClassIsLeftOnAnOd
     for (const auto& t : Texts()) EXPECT_EQ(t.find("4times iteration"), std::string::npos) << t;
     const std::vector<double> labels = Labels();
     EXPECT_TRUE(std::all_of(labels.begin(), labels.end(), [](double v) { return v == 1.0; }));
+    // The files of clusters that merging took away are gone too.
+    EXPECT_EQ(h.dir.List(), (std::vector<std::string>{"in.tif", "out.hdr", "out.img"}));
 }
 
 TEST_F(IterationDriverTest, ClustersBelowTheMinimumSizeAreAllDropped) {
