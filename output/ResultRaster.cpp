@@ -30,16 +30,10 @@ struct RowScratch {
     std::vector<std::int32_t> label;
 };
 
-bool IsBackground(const float* const* rows, std::size_t bands, std::size_t x) {
-    float sum = 0.0f;
-    for (std::size_t k = 0; k < bands; ++k) sum += rows[k][x];
-    return static_cast<double>(std::fabs(sum)) < kBackgroundSum;
-}
-
-// Labels n pixels of one row: the same arithmetic as LabelPixel, with pixels
-// innermost and plain arrays so the loops vectorise.
-void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, RowScratch& s,
-              std::uint8_t* out) {
+// Labels n pixels of one row into s.label: class 1..K of the nearest centre,
+// or 0. Pixels are innermost and the buffers plain arrays so the loops
+// vectorise; each pixel still sums its bands in band order.
+void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, RowScratch& s) {
     float* __restrict best = s.best.data();
     float* __restrict dist = s.distance.data();
     float* __restrict sum = s.sum.data();
@@ -67,28 +61,19 @@ void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& cente
         for (std::size_t x = 0; x < n; ++x) sum[x] += value[x];
     }
     for (std::size_t x = 0; x < n; ++x) {
-        const std::int32_t background = -static_cast<std::int32_t>(static_cast<double>(std::fabs(sum[x])) < kBackgroundSum);
-        out[x] = static_cast<std::uint8_t>(label[x] & ~background);
+        const auto background = -static_cast<std::int32_t>(static_cast<double>(std::fabs(sum[x])) < kBackgroundSum);
+        label[x] &= ~background;
     }
 }
 
 } // namespace
 
 std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers) {
-    if (IsBackground(rowBuffers, centers.bands, x)) return 0;
-    if (centers.clusters < 1) return 0;
-    float best = kDistanceCeiling;
-    std::int32_t label = 0;
-    for (std::size_t c = 0; c < centers.clusters; ++c) {
-        float d = 0.0f;
-        for (std::size_t k = 0; k < centers.bands; ++k)
-            d += std::fabs(rowBuffers[k][x] - centers.values[c * centers.bands + k]);
-        if (d < best) {
-            best = d;
-            label = static_cast<std::int32_t>(c + 1);
-        }
-    }
-    return label;
+    std::vector<const float*> column(centers.bands);
+    for (std::size_t k = 0; k < centers.bands; ++k) column[k] = rowBuffers[k] + x;
+    RowScratch scratch(1);
+    LabelRow(column.data(), 1, centers, scratch);
+    return scratch.label[0];
 }
 
 std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& dataset, int bandIndex,
@@ -131,7 +116,9 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
                            chunks[k].data(), GDT_Float32);
         for (int r = 0; r < count; ++r) {
             for (std::size_t k = 0; k < bands; ++k) rows[k] = chunks[k].data() + static_cast<std::size_t>(r) * w;
-            LabelRow(rows.data(), w, centers, scratch, out.data());
+            LabelRow(rows.data(), w, centers, scratch);
+            // Class numbers above 255 keep their low byte.
+            for (std::size_t x = 0; x < w; ++x) out[x] = static_cast<std::uint8_t>(scratch.label[x]);
             if (targetBand) {
                 const CPLErr ignored = targetBand->RasterIO(GF_Write, 0, y0 + r, width, 1, out.data(), width, 1,
                                                             GDT_Byte, 0, 0, nullptr);
