@@ -8,8 +8,10 @@
 #include <cstddef>
 #include <string>
 
-#if defined(_WIN32)
+#if defined(_WIN32) && defined(ISODATA_BUILDING)
 #  define ISODATA_EXPORT __declspec(dllexport)
+#elif defined(_WIN32)
+#  define ISODATA_EXPORT __declspec(dllimport)
 #else
 #  define ISODATA_EXPORT __attribute__((visibility("default")))
 #endif
