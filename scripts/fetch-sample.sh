@@ -31,7 +31,7 @@ if [ -z "$deb" ]; then
   echo "fetch-sample: the r-cran-stars package could not be downloaded" >&2
   exit 1
 fi
-dpkg-deb -x "$deb" "$work/extract"
+dpkg -x "$deb" "$work/extract"
 if [ ! -s "$work/extract/$member" ]; then
   echo "fetch-sample: $(basename "$deb") does not contain $member" >&2
   exit 1
