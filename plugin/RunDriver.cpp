@@ -82,15 +82,8 @@ void WriteWorkingCopy(const _ptr_t<RasterDataset>& input, const _ptr_t<RasterDat
     }
 }
 
-struct RunFiles {
-    stInfoClassificationISO record;
-    _ptr_t<RasterDataset> input;
-    _ptr_t<RasterDataset> working;
-    int width = 0, height = 0;  // reduced size
-};
-
 template <class T>
-RunResult RunEngine(KalAlgo::IKalAlgo& algorithm, const RunFiles& files, int pixelType) {
+RunResult RunEngine(KalAlgo::IKalAlgo& algorithm, const EngineInputs& files, int pixelType) {
     IsodataEngine<T> engine(files.record);
     engine.pixelType = pixelType;
     engine.sourceDataset = files.input;
@@ -115,7 +108,9 @@ RunResult RunEngine(KalAlgo::IKalAlgo& algorithm, const RunFiles& files, int pix
     return engine.RunIsodata(ProgressCallback, &algorithm) ? RunResult::Success : PixelTraits<T>::failure;
 }
 
-RunResult DispatchOnPixelType(KalAlgo::IKalAlgo& algorithm, const RunFiles& files) {
+} // namespace
+
+RunResult RunEngineForWorkingRaster(KalAlgo::IKalAlgo& algorithm, const EngineInputs& files) {
     const auto band = files.working ? files.working->GetRasterBand(0) : _ptr_t<KalDataSource::RasterBand>();
     const int code = band ? static_cast<int>(band->GetRasterDataType()) : 0;
     switch (code) {
@@ -130,8 +125,6 @@ RunResult DispatchOnPixelType(KalAlgo::IKalAlgo& algorithm, const RunFiles& file
     }
 }
 
-} // namespace
-
 double ReductionFactor(int width, int height) {
     const double shorter = static_cast<double>(width < height ? width : height);
     if (shorter <= 100.0) return 1.0;
@@ -142,7 +135,7 @@ double ReductionFactor(int width, int height) {
 int ReducedSize(int size, double factor) { return static_cast<int>(size * factor + 0.5); }
 
 RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
-    RunFiles files;
+    EngineInputs files;
     files.record = boost::any_cast<stInfoClassificationISO>(algorithm.GetParams());
     const QString inputPath = files.record.inputPath, resultPath = files.record.resultPath;
     EmitProgress(&algorithm, 0.0, Translate(kFrameContext, "ISOData Is Runing..."));
@@ -176,7 +169,7 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
         CopyGeoreferencing(files.input, result);
     }  // the engine opens the result again by path
 
-    const RunResult outcome = DispatchOnPixelType(algorithm, files);
+    const RunResult outcome = RunEngineForWorkingRaster(algorithm, files);
     if (const auto result = factory->OpenRasterDataset(resultPath, KalDataSource::OpenReadOnly))
         DatasetFactory::CopyRPCFile(files.input, result);
     files.working.reset();

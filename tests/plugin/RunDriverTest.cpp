@@ -85,4 +85,35 @@ TEST(ReductionTest, ShorterSideSetsTheFactorAndReducedSidesRoundHalfUp) {
     }
 }
 
+// The engine instance follows the working raster's pixel type: each of the
+// seven runs its own engine and fails with its own code when the result
+// cannot be opened; any other type runs no engine at all.
+TEST(RunDriverTest, EngineFailureCodeFollowsTheWorkingRastersPixelType) {
+    const struct { GDALDataType type; int code; } cases[] = {
+        {GDT_Byte, 4},    {GDT_UInt16, 5},  {GDT_Int16, 6},    {GDT_UInt32, 7},
+        {GDT_Int32, 8},   {GDT_Float32, 9}, {GDT_Float64, 10}, {GDT_CFloat32, 11}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.code);
+        testsupport::TempDir dir;
+        testsupport::RasterTable raster;
+        raster.width = raster.height = 4;
+        raster.type = c.type;
+        raster.bands = {std::vector<double>(16, 7.0)};
+        testsupport::WriteRaster(dir.File("work.tif"), raster);
+        auto& factory = *KalDataSource::DatasetFactory::Instance();
+        isodata::EngineInputs inputs;
+        inputs.working = factory.OpenRasterDataset(dir.QFile("work.tif"), KalDataSource::OpenReadOnly);
+        inputs.input = inputs.working;
+        inputs.width = inputs.height = 4;
+        inputs.record.inputPath = dir.QFile("work.tif");
+        inputs.record.resultPath = dir.QFile("missing/classes.img");
+        inputs.record.initialClassCount = inputs.record.desiredClassCount = inputs.record.maxIterations = 1;
+        inputs.record.bandIndices = {0};
+        isodata::ISODataClassification algorithm;
+        testsupport::QuietGdalErrors quiet;
+        EXPECT_EQ(static_cast<int>(isodata::RunEngineForWorkingRaster(algorithm, inputs)), c.code);
+        EXPECT_EQ(dir.List(), std::vector<std::string>{"work.tif"});  // no scratch file left either
+    }
+}
+
 } // namespace
