@@ -1,73 +1,122 @@
-// The order of a run: every check first, so that a refused request leaves the
-// disk as it was; then the classification; then what is derived from its
-// result. Each failure is one "isodata: ..." line on err.
+// The life of a run: every check first; then a private run folder, the
+// classification in a child process inside it, and the publication of the
+// result only when everything succeeded. A refused, failed or interrupted
+// run leaves every file of the person's as it was. Each failure is one
+// "isodata: ..." line on err.
 #include "Command.h"
 
+#include "Classify.h"
+#include "Paths.h"
 #include "PluginLoader.h"
-#include "Preview.h"
-#include "ProgressPrinter.h"
-#include "Run.h"
-#include "Summary.h"
+#include "Publish.h"
+#include "RunFolder.h"
+#include "Supervisor.h"
 #include "Validate.h"
-#include "WorkFiles.h"
 
+#include <cstring>
 #include <filesystem>
-#include <system_error>
 
 namespace isodata_cli {
 namespace {
 
-ExitCode Complain(std::ostream& err, const std::string& message, ExitCode code) {
+int Complain(std::ostream& err, const std::string& message, ExitCode code) {
     err << "isodata: " << message << "\n" << std::flush;
-    return code;
+    return static_cast<int>(code);
 }
 
-bool ClearPreviousOutputs(const Options& o, std::string& error) {
-    if (!RemoveResult(o.output, error)) return false;
-    if (o.previewPath.empty()) return true;
+ProgressStyle StyleFor(const Options& o, bool outIsTerminal) {
+    if (o.quiet) return ProgressStyle::Silent;
+    switch (o.progress) {
+    case ProgressFormat::Bar: return ProgressStyle::Terminal;
+    case ProgressFormat::Lines: return ProgressStyle::Lines;
+    case ProgressFormat::Machine: return ProgressStyle::Machine;
+    case ProgressFormat::Auto: break;
+    }
+    return outIsTerminal ? ProgressStyle::Terminal : ProgressStyle::Lines;
+}
+
+// The result's files as the run folder holds them, bound for the output's
+// folder, and the preview bound for its own place.
+std::vector<Move> MovesFor(const RunFolder& folder, const Options& o, bool withPreview) {
+    std::vector<Move> moves;
     std::error_code ec;
-    std::filesystem::remove(o.previewPath, ec);
-    if (ec) error = "cannot remove the existing '" + o.previewPath + "': " + ec.message();
-    return !ec;
+    for (std::filesystem::directory_iterator it(folder.ResultDir(), ec), end; !ec && it != end; it.increment(ec))
+        moves.push_back({it->path().string(), FolderOf(o.output) + "/" + it->path().filename().string()});
+    if (withPreview) moves.push_back({folder.PreviewDir() + "/" + FileNameOf(o.previewPath), o.previewPath});
+    return moves;
+}
+
+int Interrupted(int signal, std::ostream& out, bool lineOpen, std::ostream& err) {
+    if (lineOpen) out << "\n" << std::flush;
+    err << "isodata: interrupted by SIG" << sigabbrev_np(signal) << "; the run was abandoned and no file of yours was "
+        << "changed\n" << std::flush;
+    return 128 + signal;
+}
+
+// What the child left behind, turned into the person's view of the run.
+int Conclude(const RunFolder& folder, const ChildReport& report, const Options& o, const ChildEnd& end,
+             std::ostream& out, std::ostream& err, const InterruptWatch& watch) {
+    const std::string message = report.Message();
+    if (end.kind == ChildEnd::Kind::Crashed)
+        return Complain(err,
+                        end.signal ? std::string("classification failed: the plug-in crashed (") +
+                                         strsignal(end.signal) + ")"
+                                   : std::string("cannot start the classification: ") + std::strerror(errno),
+                        ExitCode::ClassificationFailed);
+    if (end.code != static_cast<int>(ExitCode::Ok) && end.code != static_cast<int>(ExitCode::PreviewFailed))
+        return Complain(err, message.empty() ? "classification failed" : message, ExitCode::ClassificationFailed);
+
+    const bool previewOk = end.code == static_cast<int>(ExitCode::Ok);
+    std::string error;
+    {
+        const SignalsHeld held;
+        if (watch.Received()) return Interrupted(watch.Received(), out, false, err);
+        if (!Publish(MovesFor(folder, o, previewOk && !o.previewPath.empty()), ResultFilesFor(o.output).All(),
+                     o.overwrite, error))
+            return Complain(err, "cannot put the result in place: " + error + "; nothing was changed",
+                            ExitCode::ClassificationFailed);
+    }
+    if (!o.quiet) out << report.Summary() << std::flush;
+    if (!previewOk) return Complain(err, message, ExitCode::PreviewFailed);
+    return static_cast<int>(ExitCode::Ok);
 }
 
 } // namespace
 
-ExitCode RunCommand(const Options& o, std::ostream& out, std::ostream& err, bool outIsTerminal) {
+int RunCommand(const Options& o, std::ostream& out, std::ostream& err, bool outIsTerminal) {
     const Validation validation = ValidateRequest(o);
     if (!validation.ok) return Complain(err, validation.message, ExitCode::BadRequest);
 
+    const std::string place = o.tmpDir.empty() ? FolderOf(o.output) : o.tmpDir;
+    for (const std::string& stale : RemoveStaleRunFolders(place))
+        err << "isodata: removed the run folder '" << stale << "' left by an interrupted run\n";
+
+    // Loaded here, where a relative --plugin path means what it was typed
+    // to mean; the child runs in the run folder with the library mapped.
     std::string error;
-    if (o.overwrite && !ClearPreviousOutputs(o, error)) return Complain(err, error, ExitCode::BadRequest);
+    const std::unique_ptr<PluginLibrary> plugin =
+        PluginLibrary::Open(o.pluginPath.empty() ? DefaultPluginPath() : o.pluginPath, error);
+    if (!plugin) return Complain(err, error, ExitCode::ClassificationFailed);
 
-    const ProgressStyle style =
-        o.quiet ? ProgressStyle::Silent : (outIsTerminal ? ProgressStyle::Terminal : ProgressStyle::Lines);
-    ProgressPrinter progress(out, style);
-    const std::string pluginPath = o.pluginPath.empty() ? DefaultPluginPath() : o.pluginPath;
-    const RunOutcome outcome = RunClassification(pluginPath, BuildRecord(o, validation.request), progress);
-    if (!outcome.ok) {
-        Complain(err, outcome.message, ExitCode::ClassificationFailed);
-        for (const std::string& f : outcome.removed) err << "isodata: removed the partial result '" << f << "'\n";
-        return ExitCode::ClassificationFailed;
-    }
+    const InterruptWatch watch;
+    const std::unique_ptr<RunFolder> folder = RunFolder::Create(place, error);
+    if (!folder) return Complain(err, error, ExitCode::ClassificationFailed);
+    RunPlan plan;
+    plan.options = o;
+    plan.plugin = plugin.get();
+    plan.runFolder = folder->Path();
+    plan.bandIndices = validation.request.bandIndices;
+    plan.style = StyleFor(o, outIsTerminal);
+    plan.inputName = folder->PlaceInput(o.input, validation.request.inputFiles, error);
+    if (plan.inputName.empty()) return Complain(err, error, ExitCode::ClassificationFailed);
 
-    std::string previewError;
-    const bool previewOk = o.previewPath.empty() || WritePreview(o.output, o.previewPath, previewError);
-
-    if (!o.quiet) {
-        ResultSummary summary;
-        if (!SummariseResult(o.output, summary, error))
-            return Complain(err, "classification failed: " + error, ExitCode::ClassificationFailed);
-        SummaryContext context;
-        context.output = o.output;
-        context.header = ResultFilesFor(o.output).header;
-        context.preview = previewOk ? o.previewPath : std::string();
-        context.requestedClasses = o.classes;
-        context.seconds = outcome.seconds;
-        out << FormatSummary(summary, context) << std::flush;
-    }
-    if (!previewOk) return Complain(err, previewError, ExitCode::PreviewFailed);
-    return ExitCode::Ok;
+    std::ostream& progressStream = plan.style == ProgressStyle::Machine ? err : out;
+    ChildReport report;
+    const ChildEnd end =
+        RunInChild(watch, [&] { return static_cast<int>(ClassifyInRunFolder(plan, progressStream, report)); });
+    if (end.kind == ChildEnd::Kind::Interrupted)
+        return Interrupted(end.signal, out, plan.style == ProgressStyle::Terminal, err);
+    return Conclude(*folder, report, o, end, out, err, watch);
 }
 
 } // namespace isodata_cli

@@ -1,4 +1,4 @@
-// isodata from parsed options to exit status: check, run, preview, summary.
+// isodata from parsed options to exit status: check, run, publish, summary.
 #pragma once
 
 #include "Options.h"
@@ -15,7 +15,8 @@ enum class ExitCode : int {
 };
 
 // Progress and the summary go to out, problems to err. outIsTerminal selects
-// the drawn progress bars over plain lines.
-ExitCode RunCommand(const Options& options, std::ostream& out, std::ostream& err, bool outIsTerminal);
+// the drawn progress bars over plain lines. Returns an ExitCode, or 128 plus
+// the number of the signal that interrupted the run.
+int RunCommand(const Options& options, std::ostream& out, std::ostream& err, bool outIsTerminal);
 
 } // namespace isodata_cli

@@ -1,31 +1,33 @@
-// Parses isodata's command line in the manner of GDAL's utilities: single-dash
-// options that take their value from the next argument, -b repeatable, then
-// exactly two file names. Only the form of each value is checked here; whether
-// a value makes sense for the scene is Validate's business.
+// Parses isodata's command line with QCommandLineParser in single-dash word
+// mode, so options read like GDAL's utilities (-classes 8, -b 1 -b 3) and the
+// double-dash spellings work too. Only the form of each value is checked
+// here; whether a value makes sense for the scene is Validate's business.
 #include "Options.h"
+
+#include <QCommandLineParser>
+#include <QStringList>
 
 #include <gdal.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <functional>
 #include <limits>
-#include <map>
 #include <sstream>
 
 namespace isodata_cli {
 namespace {
 
 bool ParseWhole(const std::string& text, int& value) {
-    if (text.empty()) return false;
+    // strtol skips leading blanks; a value typed with them is still a typo.
+    if (text.empty() || text.front() == ' ' || text.front() == '\t') return false;
     errno = 0;
     char* end = nullptr;
     const long v = std::strtol(text.c_str(), &end, 10);
     if (errno != 0 || *end != '\0' || end == text.c_str()) return false;
     if (v < std::numeric_limits<int>::min() || v > std::numeric_limits<int>::max()) return false;
-    // strtol skips leading blanks; a value typed with them is still a typo.
-    if (text.front() == ' ' || text.front() == '\t') return false;
     value = static_cast<int>(v);
     return true;
 }
@@ -40,15 +42,7 @@ bool ParseReal(const std::string& text, double& value) {
     return true;
 }
 
-ParseResult Fail(std::string message) {
-    ParseResult r;
-    r.status = ParseStatus::Error;
-    r.message = std::move(message);
-    return r;
-}
-
-// An option that takes a value: what to do with the text that follows it.
-// Returns an empty string on success, else the complaint.
+// What to do with one value of an option; returns the complaint, or nothing.
 using ValueHandler = std::function<std::string(const std::string& option, const std::string& value, Options&)>;
 
 ValueHandler Whole(int Options::*field) {
@@ -65,77 +59,152 @@ ValueHandler Real(double Options::*field) {
     };
 }
 
-ValueHandler Text(std::string Options::*field) {
-    return [field](const std::string& option, const std::string& value, Options& o) -> std::string {
-        if (value.empty()) return option + " expects a file name";
+ValueHandler Text(std::string Options::*field, const char* what) {
+    return [field, what](const std::string& option, const std::string& value, Options& o) -> std::string {
+        if (value.empty()) return option + " expects " + what;
         o.*field = value;
         return {};
     };
 }
 
-const std::map<std::string, ValueHandler>& ValueOptions() {
-    static const std::map<std::string, ValueHandler> table = {
-        {"-b",
-         [](const std::string& option, const std::string& value, Options& o) -> std::string {
-             int band = 0;
-             if (!ParseWhole(value, band)) return option + " expects a band number, got '" + value + "'";
-             o.bands.push_back(band);
-             return {};
-         }},
-        {"-classes", Whole(&Options::classes)},
-        {"-initial", Whole(&Options::initialClasses)},
-        {"-min-size", Whole(&Options::minClassPixels)},
-        {"-merge-pairs", Whole(&Options::maxMergePairs)},
-        {"-iter", Whole(&Options::maxIterations)},
-        {"-std", Real(&Options::stdDevThreshold)},
-        {"-merge-dist", Real(&Options::mergeDistance)},
-        {"-preview", Text(&Options::previewPath)},
-        {"--plugin", Text(&Options::pluginPath)},
-        {"-plugin", Text(&Options::pluginPath)},
+std::string Band(const std::string& option, const std::string& value, Options& o) {
+    int band = 0;
+    if (!ParseWhole(value, band)) return option + " expects a band number, got '" + value + "'";
+    o.bands.push_back(band);
+    return {};
+}
+
+std::string Progress(const std::string& option, const std::string& value, Options& o) {
+    if (value == "bar") o.progress = ProgressFormat::Bar;
+    else if (value == "lines") o.progress = ProgressFormat::Lines;
+    else if (value == "machine") o.progress = ProgressFormat::Machine;
+    else return option + " expects bar, lines or machine, got '" + value + "'";
+    return {};
+}
+
+// An option with a value; `shown` is how messages spell it. Options that may
+// be repeated get every value in order, the others only their last one.
+struct ValueOption {
+    const char* name;
+    const char* shown;
+    bool repeatable;
+    ValueHandler apply;
+};
+
+const std::vector<ValueOption>& ValueOptions() {
+    static const std::vector<ValueOption> table = {
+        {"b", "-b", true, Band},
+        {"classes", "-classes", false, Whole(&Options::classes)},
+        {"initial", "-initial", false, Whole(&Options::initialClasses)},
+        {"min-size", "-min-size", false, Whole(&Options::minClassPixels)},
+        {"merge-pairs", "-merge-pairs", false, Whole(&Options::maxMergePairs)},
+        {"iter", "-iter", false, Whole(&Options::maxIterations)},
+        {"std", "-std", false, Real(&Options::stdDevThreshold)},
+        {"merge-dist", "-merge-dist", false, Real(&Options::mergeDistance)},
+        {"preview", "-preview", false, Text(&Options::previewPath, "a file name")},
+        {"progress-format", "-progress-format", false, Progress},
+        {"tmpdir", "--tmpdir", false, Text(&Options::tmpDir, "a folder")},
+        {"plugin", "--plugin", false, Text(&Options::pluginPath, "a file name")},
     };
     return table;
+}
+
+struct Flag {
+    QStringList names;
+    bool Options::*field;  // null for help and version
+};
+
+const std::vector<Flag>& Flags() {
+    static const std::vector<Flag> table = {
+        {{"q", "quiet"}, &Options::quiet},
+        {{"overwrite"}, &Options::overwrite},
+        {{"debug"}, &Options::debug},
+        {{"h", "help"}, nullptr},
+        {{"version"}, nullptr},
+    };
+    return table;
+}
+
+std::string Stripped(const std::string& arg) {
+    const size_t start = arg.find_first_not_of('-');
+    const size_t equals = arg.find('=');
+    return start == std::string::npos ? std::string() : arg.substr(start, equals - start);
+}
+
+ParseResult Fail(std::string message) {
+    ParseResult r;
+    r.message = std::move(message);
+    return r;
+}
+
+// The parser takes the word after a value option as its value whatever it
+// looks like, so the only value that can be missing is after the last word.
+std::string MissingValue(const std::vector<std::string>& args) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--") break;
+        if (arg.size() < 2 || arg[0] != '-' || arg.find('=') != std::string::npos) continue;
+        for (const ValueOption& v : ValueOptions()) {
+            if (Stripped(arg) != v.name) continue;
+            if (i + 1 == args.size()) return "option " + arg + " needs a value";
+            ++i;
+        }
+    }
+    return {};
+}
+
+// The word as typed that named an option the parser did not know.
+std::string TypedUnknown(const std::vector<std::string>& args, const QString& name) {
+    for (const std::string& arg : args)
+        if (arg.size() > 1 && arg[0] == '-' && QString::fromStdString(Stripped(arg)) == name) return arg;
+    return "-" + name.toStdString();
+}
+
+std::string ApplyValues(const QCommandLineParser& parser, Options& o) {
+    for (const ValueOption& v : ValueOptions()) {
+        const QStringList values = parser.values(QString::fromLatin1(v.name));
+        const int first = v.repeatable ? 0 : static_cast<int>(values.size()) - 1;
+        for (int i = std::max(first, 0); i < values.size(); ++i)
+            if (std::string complaint = v.apply(v.shown, values[i].toStdString(), o); !complaint.empty())
+                return complaint;
+    }
+    return {};
 }
 
 } // namespace
 
 ParseResult ParseArguments(const std::vector<std::string>& args) {
-    ParseResult result;
-    Options& o = result.options;
-    std::vector<std::string> files;
-    bool optionsEnded = false;
-
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
-            files.push_back(arg);
-            continue;
-        }
-        if (arg == "--") {
-            optionsEnded = true;
-        } else if (arg == "--help" || arg == "-help" || arg == "-h") {
-            result.status = ParseStatus::Help;
-            return result;
-        } else if (arg == "--version") {
-            result.status = ParseStatus::Version;
-            return result;
-        } else if (arg == "-q" || arg == "-quiet") {
-            o.quiet = true;
-        } else if (arg == "-overwrite") {
-            o.overwrite = true;
-        } else if (auto it = ValueOptions().find(arg); it != ValueOptions().end()) {
-            if (i + 1 >= args.size()) return Fail("option " + arg + " needs a value");
-            const std::string complaint = it->second(arg, args[++i], o);
-            if (!complaint.empty()) return Fail(complaint);
-        } else {
-            return Fail("unknown option '" + arg + "'");
-        }
+    if (std::string missing = MissingValue(args); !missing.empty()) return Fail(missing);
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    for (const ValueOption& v : ValueOptions())
+        parser.addOption(QCommandLineOption(QString::fromLatin1(v.name), QString(), QStringLiteral("value")));
+    for (const Flag& f : Flags()) parser.addOption(QCommandLineOption(f.names));
+    QStringList words{QStringLiteral("isodata")};
+    for (const std::string& a : args) words << QString::fromStdString(a);
+    if (!parser.parse(words)) {
+        const QStringList unknown = parser.unknownOptionNames();
+        if (!unknown.isEmpty()) return Fail("unknown option '" + TypedUnknown(args, unknown.first()) + "'");
+        return Fail(parser.errorText().toStdString());
     }
 
-    if (files.empty()) return Fail("no input and output file given");
-    if (files.size() == 1) return Fail("no output file given after '" + files[0] + "'");
-    if (files.size() > 2) return Fail("too many file names: '" + files[2] + "' (expected <input> <output>)");
-    o.input = files[0];
-    o.output = files[1];
+    ParseResult result;
+    if (parser.isSet(QStringLiteral("help"))) result.status = ParseStatus::Help;
+    else if (parser.isSet(QStringLiteral("version"))) result.status = ParseStatus::Version;
+    if (result.status != ParseStatus::Error) return result;
+
+    Options& o = result.options;
+    for (const Flag& f : Flags())
+        if (f.field && parser.isSet(f.names.first())) o.*f.field = true;
+    if (std::string complaint = ApplyValues(parser, o); !complaint.empty()) return Fail(complaint);
+
+    const QStringList files = parser.positionalArguments();
+    if (files.isEmpty()) return Fail("no input and output file given");
+    if (files.size() == 1) return Fail("no output file given after '" + files[0].toStdString() + "'");
+    if (files.size() > 2)
+        return Fail("too many file names: '" + files[2].toStdString() + "' (expected <input> <output>)");
+    o.input = files[0].toStdString();
+    o.output = files[1].toStdString();
     result.status = ParseStatus::Run;
     return result;
 }
@@ -144,7 +213,8 @@ std::string UsageText() {
     return "Usage: isodata [--help] [--version] [-q] [-overwrite] [-b <band>]...\n"
            "               [-classes <n>] [-initial <n>] [-min-size <pixels>] [-merge-pairs <n>]\n"
            "               [-iter <n>] [-std <value>] [-merge-dist <value>]\n"
-           "               [-preview <png>] [--plugin <library>]\n"
+           "               [-preview <png>] [-progress-format bar|lines|machine]\n"
+           "               [--tmpdir <folder>] [--debug] [--plugin <library>]\n"
            "               <input> <output>\n";
 }
 
@@ -183,22 +253,34 @@ std::string HelpText() {
       << Defaults::kMergeDistance << ".\n"
       << "  -preview <png>       Also write a quick-look PNG of the classes in their\n"
          "                       colours, at most 1024 pixels on its longer side.\n"
-         "  -overwrite           Replace an existing output (and preview).\n"
+         "  -overwrite           Replace an existing output (and preview) once the new\n"
+         "                       one is complete.\n"
          "  -q, -quiet           Print neither progress nor the summary.\n"
+         "  -progress-format <f> bar (GDAL's 0...10...100 per stage; the default on a\n"
+         "                       terminal), lines (a line per stage; the default\n"
+         "                       otherwise) or machine (\"progress <overall %> <stage>\"\n"
+         "                       lines on stderr, for programs that run isodata).\n"
+         "  --tmpdir <folder>    Where the run folder goes. Default: beside the output.\n"
+         "  --debug              Show GDAL's messages as they come (as CPL_DEBUG=ON does).\n"
          "  --plugin <library>   Classification plug-in to load. Default: libisodata.so\n"
          "                       beside this program.\n"
          "  --help               Show this text.\n"
          "  --version            Show the version.\n\n"
-         "Working files: while it runs, the classification writes <input>tem.tif and\n"
-         "<input up to its last '.'><k>.km (k = 0, 1, ...) beside the input and\n"
-         "removes them at the end, so the input's folder must be writable. isodata\n"
-         "refuses to start if any of those names exists already.\n\n"
+         "The run folder: isodata works in a private folder it creates beside the\n"
+         "output (or under --tmpdir), holding links to the input's files, the\n"
+         "classification's working copy (up to as large as the input: 32-bit values\n"
+         "of every band at full, half or quarter size) and scratch files (4 bytes a\n"
+         "working-copy pixel), and the new result. Only when everything succeeded is\n"
+         "the result moved to <output>; otherwise, or when interrupted, the folder is\n"
+         "removed and no file of yours is changed. A folder left by a killed run is\n"
+         "removed by the next run in the same place. The input's folder is only read.\n\n"
          "Exit status:\n"
-         "  0  the class raster (and preview) were written\n"
-         "  1  bad command line or input; nothing was run\n"
-         "  2  the classification failed (or the plug-in could not be loaded);\n"
-         "     a partial result is removed\n"
-         "  3  the classification succeeded but the preview could not be written\n";
+         "  0    the class raster (and preview) were written\n"
+         "  1    bad command line or input; nothing was run\n"
+         "  2    the classification failed (or the plug-in could not be loaded);\n"
+         "       nothing was changed\n"
+         "  3    the classification succeeded but the preview could not be written\n"
+         "  129, 130, 143  ended by SIGHUP, SIGINT (Ctrl-C) or SIGTERM; nothing was changed\n";
     return s.str();
 }
 

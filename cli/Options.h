@@ -23,6 +23,10 @@ struct Defaults {
     static constexpr double kMergeDistance = 20.0;
 };
 
+// How progress is shown: drawn bars on a terminal, a line per stage in a log,
+// or "progress <overall %> <stage>" lines for a program that drives isodata.
+enum class ProgressFormat { Auto, Bar, Lines, Machine };
+
 struct Options {
     std::string input;
     std::string output;
@@ -36,8 +40,11 @@ struct Options {
     double mergeDistance = Defaults::kMergeDistance;
     std::string previewPath;  // empty: no preview
     std::string pluginPath;   // empty: the plug-in beside the executable
+    std::string tmpDir;       // empty: the run folder goes beside the output
+    ProgressFormat progress = ProgressFormat::Auto;
     bool quiet = false;
     bool overwrite = false;
+    bool debug = false;       // show GDAL's own messages as they come
 };
 
 enum class ParseStatus {

@@ -17,8 +17,7 @@ std::string DefaultPluginPath() {
     return (self.parent_path() / name).string();
 }
 
-PluginLibrary::PluginLibrary(void* handle, Factory factory, std::string path)
-    : handle_(handle), factory_(factory), path_(std::move(path)) {}
+PluginLibrary::PluginLibrary(void* handle, Factory factory) : handle_(handle), factory_(factory) {}
 
 PluginLibrary::~PluginLibrary() { dlclose(handle_); }
 
@@ -39,7 +38,7 @@ std::unique_ptr<PluginLibrary> PluginLibrary::Open(const std::string& path, std:
         error = "'" + path + "' is not a classification plug-in: it has no GetAlgoObj entry point";
         return nullptr;
     }
-    return std::unique_ptr<PluginLibrary>(new PluginLibrary(handle, reinterpret_cast<Factory>(symbol), path));
+    return std::unique_ptr<PluginLibrary>(new PluginLibrary(handle, reinterpret_cast<Factory>(symbol)));
 }
 
 KalUtility::_ptr_t<KalAlgo::IKalAlgo> PluginLibrary::CreateAlgorithm() {

@@ -25,15 +25,13 @@ public:
 
     // A new algorithm object; null when the plug-in gives none.
     KalUtility::_ptr_t<KalAlgo::IKalAlgo> CreateAlgorithm();
-    const std::string& Path() const { return path_; }
 
 private:
     using Factory = KalAlgo::IKalAlgo* (*)();
-    PluginLibrary(void* handle, Factory factory, std::string path);
+    PluginLibrary(void* handle, Factory factory);
 
     void* handle_;
     Factory factory_;
-    std::string path_;
 };
 
 } // namespace isodata_cli

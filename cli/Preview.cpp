@@ -33,29 +33,22 @@ PreviewSize PreviewSizeFor(int width, int height, int maxSide) {
     return {scaled(width), scaled(height)};
 }
 
-bool WritePreview(const std::string& classRaster, const std::string& pngPath, std::string& error, int maxSide) {
-    GDALAllRegister();
-    CPLErrorReset();
-    CPLPushErrorHandler(CPLQuietErrorHandler);
-    struct PopHandler {
-        ~PopHandler() { CPLPopErrorHandler(); }
-    } pop;
-
-    GDALDatasetUniquePtr source(GDALDataset::Open(classRaster.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
-    if (!source || source->GetRasterCount() < 1) {
-        error = "cannot read the class raster '" + classRaster + "'" + LastGdalError();
+bool WritePreview(GDALDataset& source, const std::string& pngPath, const std::string& shownPath, std::string& error,
+                  int maxSide) {
+    if (source.GetRasterCount() < 1) {
+        error = "the class raster has no band";
         return false;
     }
-    GDALRasterBand* band = source->GetRasterBand(1);
-    const PreviewSize size = PreviewSizeFor(source->GetRasterXSize(), source->GetRasterYSize(), maxSide);
+    GDALRasterBand* band = source.GetRasterBand(1);
+    const PreviewSize size = PreviewSizeFor(source.GetRasterXSize(), source.GetRasterYSize(), maxSide);
 
     std::vector<GByte> pixels(static_cast<size_t>(size.width) * size.height);
     GDALRasterIOExtraArg extra;
     INIT_RASTERIO_EXTRA_ARG(extra);
     extra.eResampleAlg = GRIORA_NearestNeighbour;
-    if (band->RasterIO(GF_Read, 0, 0, source->GetRasterXSize(), source->GetRasterYSize(), pixels.data(), size.width,
+    if (band->RasterIO(GF_Read, 0, 0, source.GetRasterXSize(), source.GetRasterYSize(), pixels.data(), size.width,
                        size.height, GDT_Byte, 0, 0, &extra) != CE_None) {
-        error = "cannot read the class raster '" + classRaster + "'" + LastGdalError();
+        error = "cannot read the class raster" + LastGdalError();
         return false;
     }
 
@@ -79,7 +72,7 @@ bool WritePreview(const std::string& classRaster, const std::string& pngPath, st
     const bool created = png != nullptr;
     png.reset();  // closing flushes the file; a failure there is only seen as an error record
     if (!created || CPLGetLastErrorType() == CE_Failure) {
-        error = "cannot write the preview '" + pngPath + "'" + LastGdalError();
+        error = "cannot write the preview '" + shownPath + "'" + LastGdalError();
         std::error_code ec;
         std::filesystem::remove(pngPath, ec);
         return false;

@@ -3,6 +3,8 @@
 
 #include <string>
 
+class GDALDataset;
+
 namespace isodata_cli {
 
 constexpr int kPreviewMaxSide = 1024;
@@ -16,10 +18,11 @@ struct PreviewSize {
 // so that the longer side is maxSide, keeping the aspect and at least 1 pixel.
 PreviewSize PreviewSizeFor(int width, int height, int maxSide = kPreviewMaxSide);
 
-// Writes band 1 of classRaster, sampled by nearest neighbour (class numbers
-// must not be blended), with its colour table as the PNG's palette. False
-// with error set on failure; a half-written PNG is removed.
-bool WritePreview(const std::string& classRaster, const std::string& pngPath, std::string& error,
-                  int maxSide = kPreviewMaxSide);
+// Writes band 1 of an open class raster, sampled by nearest neighbour (class
+// numbers must not be blended), with its colour table as the PNG's palette.
+// False with error set on failure; a half-written PNG is removed.
+// Messages name the preview as shownPath, the name the person gave.
+bool WritePreview(GDALDataset& classes, const std::string& pngPath, const std::string& shownPath,
+                  std::string& error, int maxSide = kPreviewMaxSide);
 
 } // namespace isodata_cli

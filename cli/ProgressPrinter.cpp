@@ -6,11 +6,15 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
+#include <cstdio>
 
 namespace isodata_cli {
 namespace {
 
 const std::string kRoundMarker = "times iteration";
+const std::string kFirstPass = "Statistical classification";
+const std::string kLabellingStage = "Generating result file";
 // Reports may fall a hair short of 100 after summing per-block steps.
 constexpr double kComplete = 100.0 - 1e-6;
 constexpr int kTicks = 40;
@@ -47,7 +51,22 @@ std::string StageLabel(const StageText& stage) {
     return "iteration " + std::to_string(stage.iteration) + ": " + stage.name;
 }
 
-ProgressPrinter::ProgressPrinter(std::ostream& out, ProgressStyle style) : out_(out), style_(style) {}
+double OverallPercent(const StageText& stage, double percent, int iterations) {
+    const double f = std::clamp(percent, 0.0, 100.0) / 100.0;
+    if (stage.name == kLabellingStage) return 70.0 + 30.0 * f;
+    if (stage.iteration == 0) return stage.name == kFirstPass ? 4.0 + 6.0 * f : 4.0 * f;
+    // Within a round: statistics first, then the split or merge and the new
+    // pass over the image, which takes the larger part.
+    const double round = 60.0 / std::max(iterations, 1);
+    double start = 0.0, span = 0.3;
+    if (stage.name == "Split") start = 0.3, span = 0.25;
+    else if (stage.name.find("-Statistical classification") != std::string::npos) start = 0.55, span = 0.45;
+    const int done = std::min(stage.iteration, std::max(iterations, 1)) - 1;
+    return 10.0 + round * (done + start + span * f);
+}
+
+ProgressPrinter::ProgressPrinter(std::ostream& out, ProgressStyle style, int iterations)
+    : out_(out), style_(style), iterations_(iterations) {}
 
 void ProgressPrinter::Report(double percent, const std::string& text) {
     if (style_ == ProgressStyle::Silent) return;
@@ -57,19 +76,32 @@ void ProgressPrinter::Report(double percent, const std::string& text) {
         return;
     }
     const StageText stage = ParseStageText(text);
-    if (style_ == ProgressStyle::Lines) {
-        const std::string line = stage.iteration ? "iteration " + std::to_string(stage.iteration) : stage.name;
-        if (line != label_) {
-            label_ = line;
-            out_ << line << "\n" << std::flush;
-        }
-        return;
-    }
+    if (style_ == ProgressStyle::Lines) return ReportLine(stage);
+    if (style_ == ProgressStyle::Machine) return ReportMachine(stage, percent);
     const std::string label = StageLabel(stage);
     const bool restarted = percent < lastPercent_ || (stageDone_ && percent < kComplete);
     if (label != label_ || restarted) StartStage(label);
     lastPercent_ = percent;
     if (!stageDone_) DrawTicks(percent);
+}
+
+void ProgressPrinter::ReportLine(const StageText& stage) {
+    const std::string line = stage.iteration ? "iteration " + std::to_string(stage.iteration) : stage.name;
+    if (line == label_) return;
+    label_ = line;
+    out_ << line << "\n" << std::flush;
+}
+
+void ProgressPrinter::ReportMachine(const StageText& stage, double percent) {
+    const std::string label = StageLabel(stage);
+    // Tenths of a percent: finer steps would only flood the reader.
+    const double overall = std::max(overall_, std::round(OverallPercent(stage, percent, iterations_) * 10.0) / 10.0);
+    if (overall == overall_ && label == label_) return;
+    overall_ = overall;
+    label_ = label;
+    char number[16];
+    std::snprintf(number, sizeof number, "%.1f", overall);
+    out_ << "progress " << number << " " << label << "\n" << std::flush;
 }
 
 void ProgressPrinter::Finish() {

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "Options.h"
+#include "PluginLoader.h"
 #include "ProgressPrinter.h"
-#include "Validate.h"
 
 #include <ClassificationISO.h>
 
@@ -13,25 +13,19 @@
 
 namespace isodata_cli {
 
-stInfoClassificationISO BuildRecord(const Options& options, const CheckedRequest& request);
+// The record for options, with inputPath and resultPath as the plug-in
+// should see them and the bands 0-based.
+stInfoClassificationISO BuildRecord(const Options& options, const std::string& inputPath,
+                                    const std::string& resultPath, const std::vector<int>& bandIndices);
 
 struct RunOutcome {
     bool ok = false;
-    std::string message;               // why it failed, when not ok
-    std::vector<std::string> removed;  // partial result files deleted after a failure
-    double seconds = 0.0;              // time spent in Execute
+    std::string message;  // why it failed, when not ok
+    double seconds = 0.0; // time spent in Execute
 };
 
-// Runs the plug-in at pluginPath on record. After a failure, the result files
-// that did not exist before the call are deleted; files that did are left
-// alone, whatever the plug-in did to them.
-RunOutcome RunClassification(const std::string& pluginPath, const stInfoClassificationISO& record,
-                             ProgressPrinter& progress);
-
-// Deletes the existing files of the result at outputPath, for -overwrite, so
-// that nothing of an older result (a stale .aux.xml, an RPC file the new
-// input lacks) is mistaken for part of the new one. False with error set
-// when one cannot be deleted.
-bool RemoveResult(const std::string& outputPath, std::string& error);
+// Runs the loaded plug-in on record. A plug-in that gives no algorithm
+// object, returns false or throws gives a failed outcome.
+RunOutcome RunPlugin(PluginLibrary& plugin, const stInfoClassificationISO& record, ProgressPrinter& progress);
 
 } // namespace isodata_cli

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+class GDALDataset;
+
 namespace isodata_cli {
 
 struct ClassCount {
@@ -26,12 +28,9 @@ struct ResultSummary {
     int ClassesFound() const;  // classes with at least one pixel
 };
 
-// Reads band 1 of the class raster at path. False with error set when it
+// Counts band 1 of an open class raster. False with error set when it
 // cannot be read.
-bool SummariseResult(const std::string& path, ResultSummary& summary, std::string& error);
-
-// A plain English name for a colour, to make a table of RGB triples readable.
-std::string RoughColourName(int red, int green, int blue);
+bool SummariseResult(GDALDataset& result, ResultSummary& summary, std::string& error);
 
 struct SummaryContext {
     std::string output;

@@ -1,14 +1,15 @@
 // Checks a request before the plug-in sees it, in the order a person would
-// fix things: the numbers, the input, the working files beside the input,
-// the output, then the preview. The first problem ends the checks.
+// fix things: the numbers, the input, the output, the preview, then where
+// the run folder goes. The first problem ends the checks.
 //
-// The plug-in does none of this itself: it passes bad values on unchecked,
-// creates its working files with truncation and deletes them afterwards, and
-// reports a failure without a reason. Hence the care taken here over names
-// that a run would overwrite or delete.
+// The plug-in passes bad values on unchecked and reports a failure without a
+// reason, so values are checked here. Its working files live in the run
+// folder, so the input's folder is only read.
 #include "Validate.h"
 
-#include "WorkFiles.h"
+#include "Paths.h"
+
+#include <climits>
 
 #include <cpl_error.h>
 #include <cpl_string.h>
@@ -29,19 +30,6 @@ constexpr int kMaxClasses = 255;
 
 std::string Quote(const std::string& s) { return "'" + s + "'"; }
 
-bool Exists(const std::string& path) {
-    std::error_code ec;
-    return fs::exists(fs::symlink_status(path, ec));
-}
-
-std::string ListFiles(const std::vector<std::string>& files) {
-    constexpr size_t kShown = 3;
-    std::ostringstream s;
-    for (size_t i = 0; i < files.size() && i < kShown; ++i) s << (i ? ", " : "") << Quote(files[i]);
-    if (files.size() > kShown) s << " and " << files.size() - kShown << " more";
-    return s.str();
-}
-
 std::string CheckRange(const char* option, int value, int low, int high, const char* why) {
     if (value >= low && value <= high) return {};
     std::ostringstream s;
@@ -57,16 +45,12 @@ std::string CheckNonNegative(const char* option, double value, const char* why) 
 }
 
 struct InputInfo {
-    int width = 0;
-    int height = 0;
     int bandCount = 0;
     std::vector<std::string> files;  // every file GDAL reads for the input
 };
 
 std::string OpenInput(const std::string& path, InputInfo& info) {
-    if (!Exists(path)) return "input " + Quote(path) + " does not exist";
-    std::error_code ec;
-    if (!fs::is_regular_file(path, ec)) return "input " + Quote(path) + " is not a file";
+    if (!IsVirtualPath(path) && !Exists(path)) return "input " + Quote(path) + " does not exist";
     GDALAllRegister();
     CPLErrorReset();
     CPLPushErrorHandler(CPLQuietErrorHandler);
@@ -78,8 +62,6 @@ std::string OpenInput(const std::string& path, InputInfo& info) {
         if (!detail.empty()) message += " (" + detail + ")";
         return message;
     }
-    info.width = ds->GetRasterXSize();
-    info.height = ds->GetRasterYSize();
     info.bandCount = ds->GetRasterCount();
     const CPLStringList files(ds->GetFileList());
     for (int i = 0; i < files.size(); ++i) info.files.emplace_back(files[i]);
@@ -105,48 +87,16 @@ std::string CheckBands(const Options& o, const InputInfo& info, std::vector<int>
     return {};
 }
 
-std::string CheckWorkingFiles(const std::string& input, const std::string& pluginInput) {
-    const std::string inputFolder = FolderOf(input);
-    if (!FolderIsWritable(inputFolder))
-        return "the input's folder " + Quote(inputFolder) +
-               " is not writable; the classification writes its working files beside the input";
-    const std::string scratchFolder = ScratchFolderFor(pluginInput);
-    if (!SamePath(scratchFolder, inputFolder) && !FolderIsWritable(scratchFolder))
-        return "folder " + Quote(scratchFolder) + " is not writable; the classification writes its scratch files "
-               "there (the input's name has no extension, so they are named after its dotted folder)";
-
-    const std::string temporary = TemporaryPathFor(pluginInput);
-    if (Exists(temporary))
-        return "working file " + Quote(temporary) +
-               " already exists; the classification would overwrite it and then delete it. "
-               "Move it away (an interrupted run may have left it) and try again";
-    const std::vector<std::string> scratch = ExistingScratchFiles(pluginInput);
-    if (!scratch.empty())
-        return std::string(scratch.size() == 1 ? "working file " : "working files ") + ListFiles(scratch) +
-               (scratch.size() == 1 ? " already exists" : " already exist") +
-               "; the classification would overwrite and then delete them. "
-               "Move them away (an interrupted run may have left them) and try again";
-    return {};
-}
-
-// Whether path is one of the files the run creates and deletes itself.
-bool IsWorkingFile(const std::string& path, const std::string& pluginInput) {
-    return SamePath(path, TemporaryPathFor(pluginInput)) || IsScratchFileFor(path, pluginInput);
-}
-
-// A file the run will write: not the input, not a working file, and not an
-// existing file unless -overwrite allows it.
+// A file the run will write: not the input, and not an existing file unless
+// -overwrite allows it.
 std::string CheckNewFile(const char* what, const std::string& file, const std::string& named, const Options& o,
-                         const InputInfo& input, const std::string& pluginInput) {
+                         const InputInfo& input) {
     for (const std::string& inputFile : input.files) {
         if (SamePath(file, inputFile)) {
             if (file == named) return std::string(what) + " " + Quote(named) + " is the input itself";
             return std::string(what) + " " + Quote(named) + " would overwrite " + Quote(file) + ", part of the input";
         }
     }
-    if (IsWorkingFile(file, pluginInput))
-        return std::string(what) + " " + Quote(named) + " clashes with the working file " + Quote(file) +
-               " that the classification creates and deletes";
     std::error_code ec;
     if (fs::is_directory(file, ec)) return std::string(what) + " " + Quote(file) + " is a folder";
     if (Exists(file) && !o.overwrite) {
@@ -157,7 +107,20 @@ std::string CheckNewFile(const char* what, const std::string& file, const std::s
     return {};
 }
 
+// The kernel refuses longer paths and names; the run folder adds a few
+// dozen characters to the output's folder.
+constexpr size_t kRunFolderMargin = 64;
+
+std::string CheckLength(const char* what, const std::string& path) {
+    if (path.size() + kRunFolderMargin < PATH_MAX && FileNameOf(path).size() <= NAME_MAX) return {};
+    std::ostringstream s;
+    s << what << " path of " << path.size() << " characters is too long for this system (at most "
+      << PATH_MAX - kRunFolderMargin << ", and " << NAME_MAX << " for the file name)";
+    return s.str();
+}
+
 std::string CheckFolder(const char* what, const std::string& path) {
+    if (std::string problem = CheckLength(what, path); !problem.empty()) return problem;
     const std::string folder = FolderOf(path);
     std::error_code ec;
     if (!fs::is_directory(folder, ec)) return std::string(what) + " folder " + Quote(folder) + " does not exist";
@@ -165,24 +128,32 @@ std::string CheckFolder(const char* what, const std::string& path) {
     return {};
 }
 
-std::string CheckOutput(const Options& o, const InputInfo& input, const std::string& pluginInput) {
+std::string CheckOutput(const Options& o, const InputInfo& input) {
     if (std::string problem = CheckFolder("output", o.output); !problem.empty()) return problem;
     const ResultFiles result = ResultFilesFor(o.output);
     if (SamePath(result.raw, result.header))
         return "output " + Quote(o.output) + " would be its own ENVI header; choose a name not ending in .hdr";
     for (const std::string& file : result.All())
-        if (std::string problem = CheckNewFile("output", file, o.output, o, input, pluginInput); !problem.empty())
+        if (std::string problem = CheckNewFile("output", file, o.output, o, input); !problem.empty())
             return problem;
     return {};
 }
 
-std::string CheckPreview(const Options& o, const InputInfo& input, const std::string& pluginInput) {
+std::string CheckPreview(const Options& o, const InputInfo& input) {
     if (o.previewPath.empty()) return {};
     if (std::string problem = CheckFolder("preview", o.previewPath); !problem.empty()) return problem;
     for (const std::string& file : ResultFilesFor(o.output).All())
         if (SamePath(o.previewPath, file))
             return "preview " + Quote(o.previewPath) + " would overwrite " + Quote(file) + ", part of the output";
-    return CheckNewFile("preview", o.previewPath, o.previewPath, o, input, pluginInput);
+    return CheckNewFile("preview", o.previewPath, o.previewPath, o, input);
+}
+
+std::string CheckTmpDir(const Options& o) {
+    if (o.tmpDir.empty()) return {};
+    std::error_code ec;
+    if (!fs::is_directory(o.tmpDir, ec)) return "--tmpdir " + Quote(o.tmpDir) + " is not a folder";
+    if (!FolderIsWritable(o.tmpDir)) return "--tmpdir " + Quote(o.tmpDir) + " is not writable";
+    return {};
 }
 
 } // namespace
@@ -210,22 +181,15 @@ std::string CheckParameters(const Options& o) {
 Validation ValidateRequest(const Options& o) {
     Validation v;
     InputInfo input;
-    const std::string pluginInput = PluginInputPath(o.input);
     std::string problem = CheckParameters(o);
     if (problem.empty()) problem = OpenInput(o.input, input);
     if (problem.empty()) problem = CheckBands(o, input, v.request.bandIndices);
-    if (problem.empty()) problem = CheckWorkingFiles(o.input, pluginInput);
-    if (problem.empty()) problem = CheckOutput(o, input, pluginInput);
-    if (problem.empty()) problem = CheckPreview(o, input, pluginInput);
-    if (!problem.empty()) {
-        v.message = problem;
-        return v;
-    }
-    v.ok = true;
-    v.request.pluginInputPath = pluginInput;
-    v.request.width = input.width;
-    v.request.height = input.height;
-    v.request.inputBandCount = input.bandCount;
+    if (problem.empty()) problem = CheckOutput(o, input);
+    if (problem.empty()) problem = CheckPreview(o, input);
+    if (problem.empty()) problem = CheckTmpDir(o);
+    v.message = problem;
+    v.ok = problem.empty();
+    v.request.inputFiles = input.files;
     return v;
 }
 

@@ -23,5 +23,5 @@ int main(int argc, char** argv) {
     case ParseStatus::Run:
         break;
     }
-    return static_cast<int>(RunCommand(parsed.options, std::cout, std::cerr, isatty(STDOUT_FILENO) != 0));
+    return RunCommand(parsed.options, std::cout, std::cerr, isatty(STDOUT_FILENO) != 0);
 }

@@ -7,6 +7,9 @@
 //   fail     leaves an incomplete result and returns false, as a failed run does
 //   claim    returns true without writing anything
 //   throw    throws from Execute
+//   crash    dies of a segmentation fault
+//   gdal     writes the result and returns true, but GDAL raised an error on the way
+//   hang     reports its first stage, then waits half a minute before succeeding
 // Every run first prints the record it was given, one "field=value" a line,
 // so a test can see what the CLI handed over.
 #include <ClassificationISO.h>
@@ -17,10 +20,13 @@
 
 #include <boost/any.hpp>
 
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -64,6 +70,12 @@ public:
         const char* setting = std::getenv("ISODATA_FAKE_MODE");
         const std::string mode = setting ? setting : "";
         if (mode == "throw") throw std::runtime_error("fake engine exploded");
+        if (mode == "crash") std::raise(SIGSEGV);
+        if (mode == "gdal") CPLError(CE_Failure, CPLE_FileIO, "fake read error in '%s'", record.inputPath.toUtf8().data());
+        if (mode == "hang") {
+            m_sigProgress(0.0, QStringLiteral("Statistical classification"), this);
+            std::this_thread::sleep_for(std::chrono::seconds(30));
+        }
         // Stage texts as the real plug-in words them, round prefixes and all.
         const std::string round1 = "Select Initial Cluster Center1times iteration";
         for (const std::string& stage : {std::string("Statistical classification"), round1 + "Split",
@@ -71,7 +83,8 @@ public:
             for (double percent : {0.0, 100.0}) m_sigProgress(percent, QString::fromStdString(stage), this);
         m_sigProgress(100.0, QString(), this);
         if (mode == "claim") return true;
-        return WriteResult(record.resultPath.toStdString(), mode == "succeed") && mode == "succeed";
+        const bool complete = mode != "fail";
+        return WriteResult(record.resultPath.toStdString(), complete) && complete;
     }
 };
 

@@ -1,11 +1,11 @@
 // The pieces of the CLI library whose faults a run of the binary cannot show:
-// drawn progress (a test's stdout is never a terminal), shrinking a large
-// preview, counting a result too big for one read, and predicting the names
-// of the plug-in's working files.
+// drawn progress (a test's stdout is never a terminal), the overall progress
+// a driving program sees, shrinking a large preview, counting a result too
+// big for one read, and undoing a publication that fails half-way.
 #include "Preview.h"
 #include "ProgressPrinter.h"
+#include "Publish.h"
 #include "Summary.h"
-#include "WorkFiles.h"
 
 #include "support/TestSupport.h"
 
@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <sstream>
 
 using namespace isodata_cli;
@@ -84,9 +85,9 @@ TEST(PreviewTest, ShrinksTheLongerSideWithoutBlendingClassesAndKeepsThePalette) 
     for (int i = 0; i < 4; ++i) colours.SetColorEntry(i, &entries[i]);
     WriteClasses(dir.File("tall.tif"), 1, 3000, pixels, &colours);
     std::string error;
-    ASSERT_TRUE(WritePreview(dir.File("tall.tif"), dir.File("p.png"), error)) << error;
-    GDALDatasetUniquePtr png(GDALDataset::Open(dir.File("p.png").c_str(), GDAL_OF_RASTER));
     GDALDatasetUniquePtr source(GDALDataset::Open(dir.File("tall.tif").c_str(), GDAL_OF_RASTER));
+    ASSERT_TRUE(WritePreview(*source, dir.File("p.png"), "p.png", error)) << error;
+    GDALDatasetUniquePtr png(GDALDataset::Open(dir.File("p.png").c_str(), GDAL_OF_RASTER));
     ASSERT_TRUE(png && png->GetRasterBand(1)->GetColorTable());
     // 1024 rows, and the one column kept although it scales to a third of a pixel.
     EXPECT_EQ(std::pair(png->GetRasterXSize(), png->GetRasterYSize()), std::pair(1, 1024));
@@ -103,21 +104,48 @@ TEST(SummaryTest, CountsEveryStripOfATallResult) {
     WriteClasses(dir.File("tall.tif"), 4096, 2100, pixels);
     ResultSummary s;
     std::string error;
-    ASSERT_TRUE(SummariseResult(dir.File("tall.tif"), s, error)) << error;
+    GDALDatasetUniquePtr ds(GDALDataset::Open(dir.File("tall.tif").c_str(), GDAL_OF_RASTER));
+    ASSERT_TRUE(SummariseResult(*ds, s, error)) << error;
     ASSERT_EQ(s.classes.size(), 2u);
     EXPECT_EQ(s.classes[0].pixels, 4096LL * 2099);
     EXPECT_EQ(s.classes[1].value, 5);
     EXPECT_EQ(s.classes[1].pixels, 4096);
 }
 
-TEST(WorkFilesTest, PredictsThePluginsFileNames) {
-    // The plug-in cuts the whole path at its last '.', folder or not.
-    EXPECT_EQ(ScratchFileFor("d/scene.b1.tif", 2), "d/scene.b12.km");
-    EXPECT_EQ(ScratchFileFor("a.b/scene", 2), "a2.km");
-    // Handed "./scene" it would write "0.km", "1.km", ... instead of "scene0.km".
-    EXPECT_EQ(PluginInputPath("./scene"), "scene");
-    // GDAL's ENVI driver replaces the extension for the header.
-    EXPECT_EQ(ResultFilesFor("o/classes.img").header, "o/classes.hdr");
+TEST(ProgressPrinterTest, MachineLinesGiveTheOverallShareOfTheRun) {
+    std::ostringstream out;
+    ProgressPrinter printer(out, ProgressStyle::Machine, 10);
+    const std::string round2 = "Select Initial Cluster Center1times iteration2times iteration";
+    printer.Report(0, "Select Initial Cluster Center");
+    printer.Report(100, "Statistical classification");
+    printer.Report(50, round2 + "Split");
+    printer.Report(0, round2 + "Split-Statistical classification");
+    // A later stage that starts lower in its round never moves the run back.
+    printer.Report(0, round2 + "Computing Cluster Center");
+    printer.Report(50, "Generating result file");
+    // Rounds take 6 % each from 10 %: round 2 starts at 16; its split spans
+    // 30..55 % of the round and the pass after it 55..100 %.
+    EXPECT_EQ(out.str(), "progress 0.0 Select Initial Cluster Center\n"
+                         "progress 10.0 Statistical classification\n"
+                         "progress 18.6 iteration 2: Split\n"
+                         "progress 19.3 iteration 2: Split-Statistical classification\n"
+                         "progress 19.3 iteration 2: Computing Cluster Center\n"
+                         "progress 85.0 Generating result file\n");
+}
+
+TEST(PublishTest, AFailedMoveUndoesTheOnesBefore) {
+    testsupport::TempDir dir;
+    for (const char* name : {"new1", "new2", "old1"}) std::ofstream(dir.File(name)) << name;
+    const std::vector<Move> moves = {{dir.File("new1"), dir.File("old1")}, {dir.File("new2"), dir.File("no/x")}};
+    std::string error;
+    // Replacing: the old file comes back. Not replacing: the existing one stops everything.
+    EXPECT_FALSE(Publish(moves, {}, true, error));
+    EXPECT_EQ(error, "cannot move the result to '" + dir.File("no/x") + "': No such file or directory");
+    EXPECT_FALSE(Publish({{dir.File("new2"), dir.File("fresh")}, moves[0]}, {}, false, error));
+    EXPECT_NE(error.find("appeared while the run went on"), std::string::npos) << error;
+    EXPECT_EQ(dir.List(), (std::vector<std::string>{"new1", "new2", "old1"}));
+    EXPECT_EQ(testsupport::ReadText(dir.File("old1")), "old1");
+    EXPECT_EQ(testsupport::ReadText(dir.File("new1")), "new1");
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 // Runs the isodata binary exactly as a person's shell would, to see its exit
-// status and what it printed where.
+// status and what it printed where, optionally interrupting it mid-run.
 #pragma once
 
 #include <string>
@@ -10,9 +10,17 @@ namespace clitest {
 // exitCode is -1 when the program did not exit normally.
 struct ProcessResult { int exitCode = -1; std::string out, err; };
 
+// A signal sent once stdout shows marker: to the whole process group, as a
+// terminal sends Ctrl-C, or to the process alone, as kill(1) does.
+struct Interruption {
+    std::string marker;
+    int signal = 0;
+    bool toGroup = false;
+};
+
 // Runs args[0] in workDir with env ("NAME=value") added. Standard input is
 // empty and stdout a file, not a terminal, as in a script.
 ProcessResult RunProcess(const std::vector<std::string>& args, const std::vector<std::string>& env,
-                         const std::string& workDir);
+                         const std::string& workDir, const Interruption& interruption = {});
 
 } // namespace clitest

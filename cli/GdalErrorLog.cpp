@@ -1,0 +1,34 @@
+// GDAL error collection through a pushed handler with user data.
+#include "GdalErrorLog.h"
+
+#include <sys/statvfs.h>
+
+#include <cstdio>
+
+namespace isodata_cli {
+
+GdalErrorLog::GdalErrorLog(bool echo) : echo_(echo) { CPLPushErrorHandlerEx(Handle, this); }
+
+GdalErrorLog::~GdalErrorLog() { CPLPopErrorHandler(); }
+
+void CPL_STDCALL GdalErrorLog::Handle(CPLErr type, CPLErrorNum number, const char* message) {
+    auto* log = static_cast<GdalErrorLog*>(CPLGetErrorHandlerUserData());
+    if (log->echo_) {
+        if (type == CE_Debug) std::fprintf(stderr, "%s\n", message);
+        else std::fprintf(stderr, "%s %d: %s\n", type == CE_Warning ? "Warning" : "ERROR", number, message);
+    }
+    if (type < CE_Failure) return;
+    if (log->failures_++ == 0) log->first_ = message;
+    constexpr unsigned long long kNearlyFull = 1 << 20;
+    struct statvfs fs {};
+    if (!log->fullDisk_ && statvfs(".", &fs) == 0)
+        log->fullDisk_ = static_cast<unsigned long long>(fs.f_bavail) * fs.f_frsize < kNearlyFull;
+}
+
+std::string GdalErrorLog::Describe() const {
+    if (failures_ == 0) return {};
+    if (failures_ == 1) return "GDAL: " + first_;
+    return std::to_string(failures_) + " GDAL errors, the first: " + first_;
+}
+
+} // namespace isodata_cli

@@ -1,0 +1,66 @@
+// Path helpers. Side-file names follow GDAL's rule (the extension of the
+// file name is replaced; dots in folder names never count).
+#include "Paths.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+namespace fs = std::filesystem;
+
+namespace isodata_cli {
+namespace {
+
+std::string WithoutExtension(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const size_t dot = path.rfind('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return path;
+    return path.substr(0, dot);
+}
+
+} // namespace
+
+ResultFiles ResultFilesFor(const std::string& outputPath) {
+    const std::string base = WithoutExtension(outputPath);
+    return {outputPath, base + ".hdr", outputPath + ".aux.xml", base + "_rpc.txt", base + ".rpb"};
+}
+
+std::string FolderOf(const std::string& path) {
+    const fs::path parent = fs::path(path).parent_path();
+    return parent.empty() ? std::string(".") : parent.string();
+}
+
+std::string FileNameOf(const std::string& path) { return fs::path(path).filename().string(); }
+
+std::string Canonical(const std::string& path) {
+    std::error_code ec;
+    const fs::path p = fs::weakly_canonical(fs::absolute(path), ec);
+    return ec ? fs::absolute(path).lexically_normal().string() : p.string();
+}
+
+bool SamePath(const std::string& a, const std::string& b) {
+    std::error_code ec;
+    // Hard links and bind mounts only show up as equivalent inodes.
+    if (fs::exists(a, ec) && fs::exists(b, ec) && fs::equivalent(a, b, ec)) return true;
+    return Canonical(a) == Canonical(b);
+}
+
+bool Exists(const std::string& path) {
+    std::error_code ec;
+    return fs::exists(fs::symlink_status(path, ec));
+}
+
+bool IsVirtualPath(const std::string& path) { return path.rfind("/vsi", 0) == 0; }
+
+bool FolderIsWritable(const std::string& folder) {
+    std::string probe = (fs::path(folder) / ".isodata-write-test-XXXXXX").string();
+    const int fd = mkstemp(probe.data());
+    if (fd < 0) return false;
+    close(fd);
+    unlink(probe.c_str());
+    return true;
+}
+
+} // namespace isodata_cli

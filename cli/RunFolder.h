@@ -1,0 +1,49 @@
+// The private folder a run works in. It holds links to the input's files
+// (input/), the plug-in's working copy and scratch files (also input/, since
+// the plug-in puts them beside its input), and the new result (result/,
+// preview/). Nothing of the user's is written until the result is published.
+//
+// A run holds an exclusive lock on the folder's "lock" file for as long as
+// it lives, so a folder that nobody holds was left by a killed run.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace isodata_cli {
+
+class RunFolder {
+public:
+    // A new locked folder ".isodata-run-XXXXXX" in parent; null with error set
+    // when it cannot be made.
+    static std::unique_ptr<RunFolder> Create(const std::string& parent, std::string& error);
+    // Removes the folder and everything in it (links, never what they point to).
+    ~RunFolder();
+    RunFolder(const RunFolder&) = delete;
+    RunFolder& operator=(const RunFolder&) = delete;
+
+    const std::string& Path() const { return path_; }
+    std::string InputDir() const { return path_ + "/input"; }
+    std::string ResultDir() const { return path_ + "/result"; }
+    std::string PreviewDir() const { return path_ + "/preview"; }
+
+    // Makes the input readable from InputDir() under its own name, with every
+    // side file GDAL reads for it beside it, and returns that name. Plain
+    // files are linked (GDAL's .aux.xml copied, so that GDAL never writes
+    // through a link into the user's file); a GDAL virtual path gets a VRT
+    // that refers to it. Empty with error set on failure.
+    std::string PlaceInput(const std::string& input, const std::vector<std::string>& inputFiles, std::string& error);
+
+private:
+    RunFolder(std::string path, int lockFd);
+
+    std::string path_;
+    int lockFd_;
+};
+
+// Removes the run folders in parent that no live run holds and returns
+// their paths. A folder still being set up by another run is left alone.
+std::vector<std::string> RemoveStaleRunFolders(const std::string& parent);
+
+} // namespace isodata_cli
