@@ -9,6 +9,7 @@
 //     preview from the same dataset.
 #include "Classify.h"
 
+#include "Convert.h"
 #include "GdalErrorLog.h"
 #include "Paths.h"
 #include "Preview.h"
@@ -68,16 +69,18 @@ std::string SpaceHint(const std::string& place) {
            "another place with --tmpdir)";
 }
 
-std::string Summarise(GDALDataset& result, const Options& o, double seconds, bool withPreview, std::string& error) {
+std::string Summarise(GDALDataset& result, const RunPlan& plan, double seconds, bool withPreview, std::string& error) {
     ResultSummary summary;
     if (!SummariseResult(result, summary, error)) return {};
+    const Options& o = plan.options;
     SummaryContext context;
-    context.output = o.output;
-    context.header = ResultFilesFor(o.output).header;
+    context.options = &o;
+    for (int band : plan.bandIndices) context.bands.push_back(band + 1);
+    context.format = plan.format;
+    context.header = ResultFilesFor(o.output, plan.format == "ENVI").header;
     context.preview = withPreview ? o.previewPath : std::string();
-    context.requestedClasses = o.classes;
     context.seconds = seconds;
-    return FormatSummary(summary, context);
+    return o.json ? FormatJson(summary, context) : FormatSummary(summary, context);
 }
 
 } // namespace
@@ -91,19 +94,26 @@ ExitCode ClassifyInRunFolder(const RunPlan& plan, std::ostream& progressStream, 
     if (chdir((plan.runFolder + "/input").c_str()) != 0)
         return Fail("cannot enter the run folder '" + plan.runFolder + "': " + std::strerror(errno));
     const std::string result = FromInput("result/" + FileNameOf(o.output));
-    const bool echo = o.debug || CPLTestBool(CPLGetConfigOption("CPL_DEBUG", "NO"));
+    const bool convert = NeedsConversion(plan.format, o.creationOptions);
+    const std::string pluginResult = convert ? FromInput("envi/" + FileNameOf(o.output)) : result;
+    if (o.debug) CPLSetConfigOption("CPL_DEBUG", "ON");
+    const bool echo = CPLTestBool(CPLGetConfigOption("CPL_DEBUG", "NO"));
     GdalErrorLog errors(echo);
 
     ProgressPrinter progress(progressStream, plan.style, o.maxIterations);
     const RunOutcome run =
-        RunPlugin(*plan.plugin, BuildRecord(o, plan.inputName, result, plan.bandIndices), progress);
+        RunPlugin(*plan.plugin, BuildRecord(o, plan.inputName, pluginResult, plan.bandIndices), progress);
     // A plug-in's "false" says nothing more; GDAL's errors often say why.
     const std::string space = errors.SawFullDisk() ? SpaceHint(FolderOf(plan.runFolder)) : std::string();
     if (!run.ok && errors.Failures() > 0 && run.message == "classification failed")
         return Fail(run.message + ": " + errors.Describe() + space);
     if (!run.ok) return Fail(run.message + space);
     if (errors.Failures() > 0) return Fail("classification failed: " + errors.Describe() + space);
-    if (!Exists(result)) return Fail("classification failed: the plug-in reported success but wrote no '" + o.output + "'");
+    if (!Exists(pluginResult))
+        return Fail("classification failed: the plug-in reported success but wrote no '" + o.output + "'");
+    std::string error;
+    if (convert && !ConvertResult(pluginResult, result, plan.format, o.creationOptions, error))
+        return Fail(error + (errors.SawFullDisk() ? SpaceHint(FolderOf(plan.runFolder)) : std::string()));
 
     GDALDatasetUniquePtr classes(GDALDataset::Open(result.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
     if (!classes) return Fail("classification failed: the result cannot be read back: " + errors.Describe());
@@ -111,8 +121,7 @@ ExitCode ClassifyInRunFolder(const RunPlan& plan, std::ostream& progressStream, 
     const bool previewOk = o.previewPath.empty() ||
                            WritePreview(*classes, FromInput("preview/" + FileNameOf(o.previewPath)), o.previewPath,
                                         previewError);
-    std::string error;
-    const std::string summary = Summarise(*classes, o, run.seconds, previewOk && !o.previewPath.empty(), error);
+    const std::string summary = Summarise(*classes, plan, run.seconds, previewOk && !o.previewPath.empty(), error);
     if (summary.empty()) return Fail("classification failed: " + error);
     report.SetSummary(summary);
     if (previewOk) return ExitCode::Ok;

@@ -20,6 +20,7 @@ struct RunPlan {
     std::string runFolder;         // as reachable from the command's folder
     std::string inputName;         // the input's name inside <runFolder>/input
     std::vector<int> bandIndices;  // 0-based
+    std::string format;            // the output's GDAL driver
     ProgressStyle style = ProgressStyle::Silent;
 };
 

@@ -24,7 +24,7 @@ int Complain(std::ostream& err, const std::string& message, ExitCode code) {
     return static_cast<int>(code);
 }
 
-ProgressStyle StyleFor(const Options& o, bool outIsTerminal) {
+ProgressStyle StyleFor(const Options& o, bool progressIsTerminal) {
     if (o.quiet) return ProgressStyle::Silent;
     switch (o.progress) {
     case ProgressFormat::Bar: return ProgressStyle::Terminal;
@@ -32,7 +32,7 @@ ProgressStyle StyleFor(const Options& o, bool outIsTerminal) {
     case ProgressFormat::Machine: return ProgressStyle::Machine;
     case ProgressFormat::Auto: break;
     }
-    return outIsTerminal ? ProgressStyle::Terminal : ProgressStyle::Lines;
+    return progressIsTerminal ? ProgressStyle::Terminal : ProgressStyle::Lines;
 }
 
 // The result's files as the run folder holds them, bound for the output's
@@ -54,8 +54,9 @@ int Interrupted(int signal, std::ostream& out, bool lineOpen, std::ostream& err)
 }
 
 // What the child left behind, turned into the person's view of the run.
-int Conclude(const RunFolder& folder, const ChildReport& report, const Options& o, const ChildEnd& end,
+int Conclude(const RunFolder& folder, const ChildReport& report, const RunPlan& plan, const ChildEnd& end,
              std::ostream& out, std::ostream& err, const InterruptWatch& watch) {
+    const Options& o = plan.options;
     const std::string message = report.Message();
     if (end.kind == ChildEnd::Kind::Crashed)
         return Complain(err,
@@ -71,19 +72,20 @@ int Conclude(const RunFolder& folder, const ChildReport& report, const Options& 
     {
         const SignalsHeld held;
         if (watch.Received()) return Interrupted(watch.Received(), out, false, err);
-        if (!Publish(MovesFor(folder, o, previewOk && !o.previewPath.empty()), ResultFilesFor(o.output).All(),
+        if (!Publish(MovesFor(folder, o, previewOk && !o.previewPath.empty()),
+                     ResultFilesFor(o.output, plan.format == "ENVI").All(),
                      o.overwrite, error))
             return Complain(err, "cannot put the result in place: " + error + "; nothing was changed",
                             ExitCode::ClassificationFailed);
     }
-    if (!o.quiet) out << report.Summary() << std::flush;
+    if (!o.quiet || o.json) out << report.Summary() << std::flush;
     if (!previewOk) return Complain(err, message, ExitCode::PreviewFailed);
     return static_cast<int>(ExitCode::Ok);
 }
 
 } // namespace
 
-int RunCommand(const Options& o, std::ostream& out, std::ostream& err, bool outIsTerminal) {
+int RunCommand(const Options& o, std::ostream& out, std::ostream& err, bool progressIsTerminal) {
     const Validation validation = ValidateRequest(o);
     if (!validation.ok) return Complain(err, validation.message, ExitCode::BadRequest);
 
@@ -106,17 +108,19 @@ int RunCommand(const Options& o, std::ostream& out, std::ostream& err, bool outI
     plan.plugin = plugin.get();
     plan.runFolder = folder->Path();
     plan.bandIndices = validation.request.bandIndices;
-    plan.style = StyleFor(o, outIsTerminal);
+    plan.format = validation.request.format;
+    plan.style = StyleFor(o, progressIsTerminal);
     plan.inputName = folder->PlaceInput(o.input, validation.request.inputFiles, error);
     if (plan.inputName.empty()) return Complain(err, error, ExitCode::ClassificationFailed);
 
-    std::ostream& progressStream = plan.style == ProgressStyle::Machine ? err : out;
+    // With -json stdout carries nothing but the JSON.
+    std::ostream& progressStream = plan.style == ProgressStyle::Machine || o.json ? err : out;
     ChildReport report;
     const ChildEnd end =
         RunInChild(watch, [&] { return static_cast<int>(ClassifyInRunFolder(plan, progressStream, report)); });
     if (end.kind == ChildEnd::Kind::Interrupted)
-        return Interrupted(end.signal, out, plan.style == ProgressStyle::Terminal, err);
-    return Conclude(*folder, report, o, end, out, err, watch);
+        return Interrupted(end.signal, progressStream, plan.style == ProgressStyle::Terminal, err);
+    return Conclude(*folder, report, plan, end, out, err, watch);
 }
 
 } // namespace isodata_cli

@@ -14,9 +14,9 @@ enum class ExitCode : int {
     PreviewFailed = 3,         // the class raster is fine, the PNG is not
 };
 
-// Progress and the summary go to out, problems to err. outIsTerminal selects
-// the drawn progress bars over plain lines. Returns an ExitCode, or 128 plus
+// The summary goes to out, problems to err, progress to out (err with -json
+// or machine progress). progressIsTerminal selects drawn bars over lines. Returns an ExitCode, or 128 plus
 // the number of the signal that interrupted the run.
-int RunCommand(const Options& options, std::ostream& out, std::ostream& err, bool outIsTerminal);
+int RunCommand(const Options& options, std::ostream& out, std::ostream& err, bool progressIsTerminal);
 
 } // namespace isodata_cli

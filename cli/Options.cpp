@@ -74,6 +74,12 @@ std::string Band(const std::string& option, const std::string& value, Options& o
     return {};
 }
 
+std::string CreationOption(const std::string& option, const std::string& value, Options& o) {
+    if (value.empty()) return option + " expects NAME=VALUE";
+    o.creationOptions.push_back(value);
+    return {};
+}
+
 std::string Progress(const std::string& option, const std::string& value, Options& o) {
     if (value == "bar") o.progress = ProgressFormat::Bar;
     else if (value == "lines") o.progress = ProgressFormat::Lines;
@@ -102,6 +108,8 @@ const std::vector<ValueOption>& ValueOptions() {
         {"std", "-std", false, Real(&Options::stdDevThreshold)},
         {"merge-dist", "-merge-dist", false, Real(&Options::mergeDistance)},
         {"preview", "-preview", false, Text(&Options::previewPath, "a file name")},
+        {"of", "-of", false, Text(&Options::format, "a GDAL format name")},
+        {"co", "-co", true, CreationOption},
         {"progress-format", "-progress-format", false, Progress},
         {"tmpdir", "--tmpdir", false, Text(&Options::tmpDir, "a folder")},
         {"plugin", "--plugin", false, Text(&Options::pluginPath, "a file name")},
@@ -119,6 +127,7 @@ const std::vector<Flag>& Flags() {
         {{"q", "quiet"}, &Options::quiet},
         {{"overwrite"}, &Options::overwrite},
         {{"debug"}, &Options::debug},
+        {{"json"}, &Options::json},
         {{"h", "help"}, nullptr},
         {{"version"}, nullptr},
     };
@@ -213,8 +222,9 @@ std::string UsageText() {
     return "Usage: isodata [--help] [--version] [-q] [-overwrite] [-b <band>]...\n"
            "               [-classes <n>] [-initial <n>] [-min-size <pixels>] [-merge-pairs <n>]\n"
            "               [-iter <n>] [-std <value>] [-merge-dist <value>]\n"
-           "               [-preview <png>] [-progress-format bar|lines|machine]\n"
-           "               [--tmpdir <folder>] [--debug] [--plugin <library>]\n"
+           "               [-of <format>] [-co <NAME=VALUE>]... [-preview <png>] [-json]\n"
+           "               [-progress-format bar|lines|machine] [--tmpdir <folder>]\n"
+           "               [--debug] [--plugin <library>]\n"
            "               <input> <output>\n";
 }
 
@@ -222,9 +232,10 @@ std::string HelpText() {
     std::ostringstream s;
     s << "isodata: unsupervised ISODATA classification of a multi-band raster.\n\n"
       << UsageText() << "\n"
-      << "Writes <output> as a one-band ENVI Byte class raster (raw pixels in <output>,\n"
-         "the header in <output base>.hdr) georeferenced like <input>. Pixel value 0 is\n"
-         "unclassified, 1..n are the classes, each with a name and a colour.\n\n"
+      << "Writes <output> as a one-band Byte class raster georeferenced like <input>,\n"
+         "by default in ENVI format (raw pixels in <output>, the header in\n"
+         "<output base>.hdr). Pixel value 0 is unclassified, 1..n are the classes,\n"
+         "each with a name and a colour.\n\n"
          "Options:\n"
          "  -b <band>            Input band to classify, 1-based; repeat for several.\n"
          "                       Default: every band.\n"
@@ -251,11 +262,19 @@ std::string HelpText() {
       << "  -merge-dist <value>  Cluster centres closer than this (Euclidean, in pixel\n"
          "                       values) may be merged, 0 or more. Default: "
       << Defaults::kMergeDistance << ".\n"
-      << "  -preview <png>       Also write a quick-look PNG of the classes in their\n"
+      << "  -of <format>         GDAL format of the output: ENVI (default), GTiff, COG or\n"
+         "                       any GDAL raster driver that writes files. GTiff and COG\n"
+         "                       are compressed losslessly (DEFLATE) unless -co says\n"
+         "                       otherwise; class names go where the format keeps them\n"
+         "                       (for GeoTIFF, the .aux.xml beside it).\n"
+         "  -co <NAME=VALUE>     Creation option of that format; repeat for several.\n"
+         "  -preview <png>       Also write a quick-look PNG of the classes in their\n"
          "                       colours, at most 1024 pixels on its longer side.\n"
          "  -overwrite           Replace an existing output (and preview) once the new\n"
          "                       one is complete.\n"
          "  -q, -quiet           Print neither progress nor the summary.\n"
+         "  -json                Print the summary as one JSON object on stdout (also\n"
+         "                       with -q); progress then goes to stderr.\n"
          "  -progress-format <f> bar (GDAL's 0...10...100 per stage; the default on a\n"
          "                       terminal), lines (a line per stage; the default\n"
          "                       otherwise) or machine (\"progress <overall %> <stage>\"\n"

@@ -41,10 +41,13 @@ struct Options {
     std::string previewPath;  // empty: no preview
     std::string pluginPath;   // empty: the plug-in beside the executable
     std::string tmpDir;       // empty: the run folder goes beside the output
+    std::string format = "ENVI";               // GDAL driver of the output
+    std::vector<std::string> creationOptions;  // NAME=VALUE, for that driver
     ProgressFormat progress = ProgressFormat::Auto;
     bool quiet = false;
     bool overwrite = false;
     bool debug = false;       // show GDAL's own messages as they come
+    bool json = false;        // the summary as one JSON object on stdout
 };
 
 enum class ParseStatus {

@@ -22,9 +22,17 @@ std::string WithoutExtension(const std::string& path) {
 
 } // namespace
 
-ResultFiles ResultFilesFor(const std::string& outputPath) {
+ResultFiles ResultFilesFor(const std::string& outputPath, bool envi) {
     const std::string base = WithoutExtension(outputPath);
-    return {outputPath, base + ".hdr", outputPath + ".aux.xml", base + "_rpc.txt", base + ".rpb"};
+    return {outputPath, envi ? base + ".hdr" : std::string(), outputPath + ".aux.xml", base + "_rpc.txt",
+            base + ".rpb"};
+}
+
+std::vector<std::string> ResultFiles::All() const {
+    std::vector<std::string> all;
+    for (const std::string* f : {&raw, &header, &auxXml, &rpcText, &rpb})
+        if (!f->empty()) all.push_back(*f);
+    return all;
 }
 
 std::string FolderOf(const std::string& path) {

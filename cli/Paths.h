@@ -9,7 +9,8 @@ namespace isodata_cli {
 
 // The files of a result at outputPath as GDAL and the host name them: the
 // raster itself, the ENVI header (the file name's extension replaced by
-// .hdr), GDAL's .aux.xml, and the RPC side files copied from the input.
+// .hdr; none for other formats), GDAL's .aux.xml, and the RPC side files
+// copied from the input.
 struct ResultFiles {
     std::string raw;
     std::string header;
@@ -17,9 +18,9 @@ struct ResultFiles {
     std::string rpcText;
     std::string rpb;
 
-    std::vector<std::string> All() const { return {raw, header, auxXml, rpcText, rpb}; }
+    std::vector<std::string> All() const;
 };
-ResultFiles ResultFilesFor(const std::string& outputPath);
+ResultFiles ResultFilesFor(const std::string& outputPath, bool envi = true);
 
 std::string FolderOf(const std::string& path);   // "." for a bare file name
 std::string FileNameOf(const std::string& path);

@@ -98,8 +98,8 @@ std::unique_ptr<RunFolder> RunFolder::Create(const std::string& parent, std::str
     const int fd = open(fresh.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     const bool locked = fd >= 0 && flock(fd, LOCK_EX) == 0 && rename(fresh.c_str(), (path + "/lock").c_str()) == 0;
     std::error_code ec;
-    const bool made = locked && fs::create_directory(path + "/input", ec) && fs::create_directory(path + "/result", ec) &&
-                      fs::create_directory(path + "/preview", ec);
+    bool made = locked;
+    for (const char* part : {"/input", "/envi", "/result", "/preview"}) made = made && fs::create_directory(path + part, ec);
     if (!made) {
         error = Errno("cannot set up the run folder '" + path + "'");
         if (fd >= 0) close(fd);

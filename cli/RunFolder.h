@@ -1,6 +1,7 @@
 // The private folder a run works in. It holds links to the input's files
 // (input/), the plug-in's working copy and scratch files (also input/, since
-// the plug-in puts them beside its input), and the new result (result/,
+// the plug-in puts them beside its input), the plug-in's own ENVI result when
+// another format was asked for (envi/), and the new result (result/,
 // preview/). Nothing of the user's is written until the result is published.
 //
 // A run holds an exclusive lock on the folder's "lock" file for as long as
@@ -26,6 +27,7 @@ public:
     const std::string& Path() const { return path_; }
     std::string InputDir() const { return path_ + "/input"; }
     std::string ResultDir() const { return path_ + "/result"; }
+    std::string EnviDir() const { return path_ + "/envi"; }  // the plug-in's file, before a conversion
     std::string PreviewDir() const { return path_ + "/preview"; }
 
     // Makes the input readable from InputDir() under its own name, with every

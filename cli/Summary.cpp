@@ -2,6 +2,10 @@
 // needs little memory, and lays the figures out as a small table.
 #include "Summary.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
 #include <cpl_error.h>
 #include <cpl_string.h>
 #include <gdal_priv.h>
@@ -45,6 +49,10 @@ bool SummariseResult(GDALDataset& ds, ResultSummary& summary, std::string& error
         error = "the class raster has no band";
         return false;
     }
+    // GDAL's GeoTIFF driver reads its .aux.xml, where the category names are,
+    // only once something asks for the georeferencing.
+    double transform[6];
+    (void)ds.GetGeoTransform(transform);
     GDALRasterBand* band = ds.GetRasterBand(1);
     std::array<std::int64_t, kValues> counts{};
     if (!CountValues(band, counts)) {
@@ -76,6 +84,56 @@ bool SummariseResult(GDALDataset& ds, ResultSummary& summary, std::string& error
     return true;
 }
 
+namespace {
+
+QJsonArray Numbers(const std::vector<int>& values) {
+    QJsonArray array;
+    for (int v : values) array.append(v);
+    return array;
+}
+
+QJsonObject Parameters(const SummaryContext& context) {
+    const Options& o = *context.options;
+    QJsonArray creationOptions;
+    for (const std::string& option : o.creationOptions) creationOptions.append(QString::fromStdString(option));
+    return QJsonObject{{"b", Numbers(context.bands)},
+                       {"classes", o.classes},
+                       {"initial", o.initialClasses},
+                       {"min-size", o.minClassPixels},
+                       {"merge-pairs", o.maxMergePairs},
+                       {"iter", o.maxIterations},
+                       {"std", o.stdDevThreshold},
+                       {"merge-dist", o.mergeDistance},
+                       {"of", QString::fromStdString(context.format)},
+                       {"co", creationOptions},
+                       {"preview", o.previewPath.empty() ? QJsonValue() : QString::fromStdString(o.previewPath)},
+                       {"overwrite", o.overwrite}};
+}
+
+} // namespace
+
+std::string FormatJson(const ResultSummary& s, const SummaryContext& context) {
+    const double total = static_cast<double>(s.width) * s.height;
+    QJsonArray classes;
+    for (const ClassCount& c : s.classes) {
+        QJsonObject entry{{"value", c.value},
+                          {"name", QString::fromStdString(c.name)},
+                          {"pixels", static_cast<double>(c.pixels)},
+                          {"share", total > 0 ? static_cast<double>(c.pixels) / total : 0.0}};
+        entry["colour"] = c.hasColour ? QJsonValue(Numbers({c.red, c.green, c.blue})) : QJsonValue();
+        classes.append(entry);
+    }
+    const QJsonObject summary{{"input", QString::fromStdString(context.options->input)},
+                              {"output", QString::fromStdString(context.options->output)},
+                              {"format", QString::fromStdString(context.format)},
+                              {"size", Numbers({s.width, s.height})},
+                              {"parameters", Parameters(context)},
+                              {"classes", classes},
+                              {"unclassified", static_cast<double>(s.unclassified)},
+                              {"seconds", context.seconds}};
+    return QJsonDocument(summary).toJson(QJsonDocument::Indented).toStdString();
+}
+
 std::string FormatSummary(const ResultSummary& s, const SummaryContext& context) {
     const std::int64_t total = static_cast<std::int64_t>(s.width) * s.height;
     auto share = [total](std::int64_t n) { return total ? 100.0 * static_cast<double>(n) / total : 0.0; };
@@ -83,7 +141,7 @@ std::string FormatSummary(const ResultSummary& s, const SummaryContext& context)
     char line[256];
     const int found = s.ClassesFound();
     std::snprintf(line, sizeof line, "%d %s found (%d requested) in %.1f s.\n", found,
-                  found == 1 ? "class" : "classes", context.requestedClasses, context.seconds);
+                  found == 1 ? "class" : "classes", context.options->classes, context.seconds);
     out << line;
     out << "  class      pixels   share  colour (RGB)  name\n";
     for (const ClassCount& c : s.classes) {
@@ -99,8 +157,9 @@ std::string FormatSummary(const ResultSummary& s, const SummaryContext& context)
     std::snprintf(line, sizeof line, "Unclassified: %lld pixels (%.1f%%)\n", static_cast<long long>(s.unclassified),
                   share(s.unclassified));
     out << line;
-    out << "Result:  " << context.output << " (ENVI, " << s.width << " x " << s.height << ", header "
-        << context.header << ")\n";
+    out << "Result:  " << context.options->output << " (" << context.format << ", " << s.width << " x " << s.height;
+    if (!context.header.empty()) out << ", header " << context.header;
+    out << ")\n";
     if (!context.preview.empty()) out << "Preview: " << context.preview << "\n";
     return out.str();
 }

@@ -2,6 +2,8 @@
 // than taken from the plug-in, which reports no figures.
 #pragma once
 
+#include "Options.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -33,13 +35,16 @@ struct ResultSummary {
 bool SummariseResult(GDALDataset& result, ResultSummary& summary, std::string& error);
 
 struct SummaryContext {
-    std::string output;
-    std::string header;
-    std::string preview;  // empty when none was asked for
-    int requestedClasses = 0;
+    const Options* options = nullptr;  // as given
+    std::vector<int> bands;            // 1-based, as classified
+    std::string format;                // GDAL's name of the output format
+    std::string header;                // the ENVI header; empty for other formats
+    std::string preview;               // empty when none was written
     double seconds = 0.0;
 };
 
+// The table for people, and the same figures as one JSON object for scripts.
 std::string FormatSummary(const ResultSummary& summary, const SummaryContext& context);
+std::string FormatJson(const ResultSummary& summary, const SummaryContext& context);
 
 } // namespace isodata_cli

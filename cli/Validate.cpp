@@ -7,6 +7,7 @@
 // folder, so the input's folder is only read.
 #include "Validate.h"
 
+#include "Convert.h"
 #include "Paths.h"
 
 #include <climits>
@@ -128,10 +129,10 @@ std::string CheckFolder(const char* what, const std::string& path) {
     return {};
 }
 
-std::string CheckOutput(const Options& o, const InputInfo& input) {
+std::string CheckOutput(const Options& o, const InputInfo& input, const std::string& format) {
     if (std::string problem = CheckFolder("output", o.output); !problem.empty()) return problem;
-    const ResultFiles result = ResultFilesFor(o.output);
-    if (SamePath(result.raw, result.header))
+    const ResultFiles result = ResultFilesFor(o.output, format == "ENVI");
+    if (!result.header.empty() && SamePath(result.raw, result.header))
         return "output " + Quote(o.output) + " would be its own ENVI header; choose a name not ending in .hdr";
     for (const std::string& file : result.All())
         if (std::string problem = CheckNewFile("output", file, o.output, o, input); !problem.empty())
@@ -139,10 +140,10 @@ std::string CheckOutput(const Options& o, const InputInfo& input) {
     return {};
 }
 
-std::string CheckPreview(const Options& o, const InputInfo& input) {
+std::string CheckPreview(const Options& o, const InputInfo& input, const std::string& format) {
     if (o.previewPath.empty()) return {};
     if (std::string problem = CheckFolder("preview", o.previewPath); !problem.empty()) return problem;
-    for (const std::string& file : ResultFilesFor(o.output).All())
+    for (const std::string& file : ResultFilesFor(o.output, format == "ENVI").All())
         if (SamePath(o.previewPath, file))
             return "preview " + Quote(o.previewPath) + " would overwrite " + Quote(file) + ", part of the output";
     return CheckNewFile("preview", o.previewPath, o.previewPath, o, input);
@@ -181,11 +182,13 @@ std::string CheckParameters(const Options& o) {
 Validation ValidateRequest(const Options& o) {
     Validation v;
     InputInfo input;
+    std::string& format = v.request.format;
     std::string problem = CheckParameters(o);
+    if (problem.empty()) problem = CheckFormat(o.format, o.creationOptions, format);
     if (problem.empty()) problem = OpenInput(o.input, input);
     if (problem.empty()) problem = CheckBands(o, input, v.request.bandIndices);
-    if (problem.empty()) problem = CheckOutput(o, input);
-    if (problem.empty()) problem = CheckPreview(o, input);
+    if (problem.empty()) problem = CheckOutput(o, input, format);
+    if (problem.empty()) problem = CheckPreview(o, input, format);
     if (problem.empty()) problem = CheckTmpDir(o);
     v.message = problem;
     v.ok = problem.empty();

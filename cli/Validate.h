@@ -15,6 +15,7 @@ namespace isodata_cli {
 struct CheckedRequest {
     std::vector<std::string> inputFiles;  // every file GDAL reads for the input
     std::vector<int> bandIndices;         // 0-based, in the order given
+    std::string format;                   // the output driver's name as GDAL spells it
 };
 
 struct Validation {

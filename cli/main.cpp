@@ -23,5 +23,7 @@ int main(int argc, char** argv) {
     case ParseStatus::Run:
         break;
     }
-    return RunCommand(parsed.options, std::cout, std::cerr, isatty(STDOUT_FILENO) != 0);
+    // Progress goes where the summary does not: stderr when stdout carries JSON.
+    const int progressFd = parsed.options.json ? STDERR_FILENO : STDOUT_FILENO;
+    return RunCommand(parsed.options, std::cout, std::cerr, isatty(progressFd) != 0);
 }

@@ -7,7 +7,13 @@
 #include "support/TestSupport.h"
 
 #include <cpl_conv.h>
+#include <cpl_string.h>
 #include <gdal_priv.h>
+#include <ogr_spatialref.h>
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 #include <gtest/gtest.h>
 
@@ -21,6 +27,7 @@
 #include <map>
 #include <set>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -110,6 +117,62 @@ TEST_P(SameAsInPlaceTest, RunFolderGivesTheClassRasterOfARunInPlace) {
 INSTANTIATE_TEST_SUITE_P(EndToEndTest, SameAsInPlaceTest,
                          ::testing::Values(Layout::Plain, Layout::ExternalOverviews, Layout::InternalOverviews,
                                            Layout::Zipped));
+
+// Every format carries what the plug-in's ENVI file carries; the JSON
+// summary is the raster's own account.
+class FormatTest : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(FormatTest, OutputKeepsPixelsColoursNamesAndPlaceAndJsonCountsThem) {
+    testsupport::TempDir dir;
+    testsupport::WriteRaster(dir.File("scene.tif"), Scene(300, 220));
+    InPlace(dir.File("scene.tif"), dir.File("envi"));
+    const ProcessResult r = Isodata(dir.Path(), {"-of", GetParam(), "-json", "scene.tif", "classes.tif"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    GDALDatasetUniquePtr envi(GDALDataset::Open(dir.File("envi").c_str(), GDAL_OF_RASTER));
+    GDALDatasetUniquePtr out(GDALDataset::Open(dir.File("classes.tif").c_str(), GDAL_OF_RASTER));
+    ASSERT_TRUE(envi && out);
+    // A COG is a GeoTIFF that says so in its layout.
+    EXPECT_STREQ(out->GetDriver()->GetDescription(), "GTiff");
+    if (std::string(GetParam()) == "COG") {
+        EXPECT_STREQ(out->GetMetadataItem("LAYOUT", "IMAGE_STRUCTURE"), "COG");
+    }
+    const std::vector<double> pixels = testsupport::ReadBand(dir.File("classes.tif"));
+    EXPECT_EQ(pixels, testsupport::ReadBand(dir.File("envi")));
+    double expected[6], actual[6];
+    envi->GetGeoTransform(expected);  // also makes GeoTIFF read its .aux.xml
+    out->GetGeoTransform(actual);
+    for (int i = 0; i < 6; ++i) EXPECT_NEAR(actual[i], expected[i], 1e-6) << i;
+    EXPECT_TRUE(out->GetSpatialRef() && out->GetSpatialRef()->IsSame(envi->GetSpatialRef()));
+    // GeoTIFF pads the palette to 256 entries.
+    const GDALColorTable* colours = out->GetRasterBand(1)->GetColorTable();
+    const GDALColorTable* reference = envi->GetRasterBand(1)->GetColorTable();
+    ASSERT_TRUE(colours && reference);
+    for (int i = 0; i < reference->GetColorEntryCount(); ++i) {
+        const GDALColorEntry *a = colours->GetColorEntry(i), *b = reference->GetColorEntry(i);
+        EXPECT_EQ(std::tie(a->c1, a->c2, a->c3), std::tie(b->c1, b->c2, b->c3)) << i;
+    }
+    const auto names = [](GDALDataset& ds) { return CPLStringList(CSLDuplicate(ds.GetRasterBand(1)->GetCategoryNames())); };
+    EXPECT_EQ(names(*out).size(), 9);
+    for (int i = 0; i < names(*envi).size(); ++i) EXPECT_STREQ(names(*out)[i], names(*envi)[i]);
+
+
+    const QJsonObject json = QJsonDocument::fromJson(QByteArray::fromStdString(r.out)).object();
+    EXPECT_EQ(json["format"].toString(), GetParam());
+    EXPECT_EQ(json["size"].toArray(), (QJsonArray{300, 220}));
+    std::map<int, double> counted;
+    for (double v : pixels) ++counted[static_cast<int>(v)];
+    EXPECT_EQ(json["unclassified"].toDouble(), counted[0]);
+    const QJsonArray classes = json["classes"].toArray();
+    ASSERT_FALSE(classes.isEmpty());
+    for (const QJsonValue& c : classes) {
+        const int value = c["value"].toInt();
+        EXPECT_EQ(c["pixels"].toDouble(), counted[value]) << value;
+        EXPECT_EQ(c["name"].toString(), QStringLiteral("class%1").arg(value));
+        EXPECT_DOUBLE_EQ(c["share"].toDouble(), counted[value] / (300.0 * 220.0));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(EndToEndTest, FormatTest, ::testing::Values("GTiff", "COG"));
 
 // A scene large enough that runs overlap and interruptions land mid-run.
 class BusyTest : public ::testing::Test {
