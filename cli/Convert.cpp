@@ -35,7 +35,6 @@ std::string Key(const std::string& option) { return option.substr(0, option.find
 
 std::string CheckFormat(const std::string& format, const std::vector<std::string>& creationOptions,
                         std::string& shortName) {
-    GDALAllRegister();
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(format.c_str());
     const bool writes = driver && driver->GetMetadataItem(GDAL_DCAP_RASTER) &&
                         (driver->GetMetadataItem(GDAL_DCAP_CREATECOPY) || driver->GetMetadataItem(GDAL_DCAP_CREATE));

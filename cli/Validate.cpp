@@ -52,11 +52,12 @@ struct InputInfo {
 
 std::string OpenInput(const std::string& path, InputInfo& info) {
     if (!IsVirtualPath(path) && !Exists(path)) return "input " + Quote(path) + " does not exist";
-    GDALAllRegister();
     CPLErrorReset();
-    CPLPushErrorHandler(CPLQuietErrorHandler);
-    GDALDatasetUniquePtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
-    CPLPopErrorHandler();
+    GDALDatasetUniquePtr ds;
+    {
+        CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+        ds.reset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    }
     if (!ds) {
         std::string message = "input " + Quote(path) + " is not a raster GDAL can read";
         const std::string detail = CPLGetLastErrorMsg();

@@ -1,6 +1,8 @@
 #include "Command.h"
 #include "Options.h"
 
+#include <gdal.h>
+
 #include <unistd.h>
 
 #include <iostream>
@@ -9,6 +11,7 @@
 
 int main(int argc, char** argv) {
     using namespace isodata_cli;
+    GDALAllRegister();
     const ParseResult parsed = ParseArguments(std::vector<std::string>(argv + 1, argv + argc));
     switch (parsed.status) {
     case ParseStatus::Help:
