@@ -99,6 +99,8 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
             number = QgsProcessingParameterNumber(name, _tr(label), kind, default, False, low)
             if high is not None:
                 number.setMaximum(high)
+            if not whole:
+                number.setMetadata({'widget_wrapper': {'decimals': 2}})
             number.setHelp(_tr(text))
             self.addParameter(number)
         self.addParameter(QgsProcessingParameterRasterDestination(
