@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, when any is
 # missing, and fetches the sample scene into data/. Safe to run again.
+# --with-qgis adds QGIS (qgis_process, its Python bindings, the GDAL data
+# provider) for the test of the QGIS Processing plug-in; the command itself
+# never needs it.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")/.." && pwd)
@@ -13,6 +16,9 @@ packages=(
   libgtest-dev libgmock-dev
   time
 )
+if [ "${1:-}" = "--with-qgis" ]; then
+  packages+=(qgis python3-qgis qgis-providers)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

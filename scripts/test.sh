@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# The README's test command: installs what is missing, builds, and runs every
-# test with ctest, first in the normal build, then in the sanitizer build
-# (skip the latter with --quick).
+# The README's test command: installs what is missing (QGIS included, for the
+# Processing plug-in's test), builds, and runs every test with ctest, first
+# in the normal build, then in the sanitizer build (skip the latter with
+# --quick).
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
-"$here/scripts/setup.sh"
+"$here/scripts/setup.sh" --with-qgis
 
 jobs=$(nproc)
 run_suite() {
