@@ -60,7 +60,6 @@ template <class T> inline constexpr bool kIsSmallInt =  // byte, 16-bit signed a
 template <class T> inline constexpr bool kIsInt32 = std::is_same_v<T, std::int32_t>;
 template <class T> inline constexpr bool kIsUInt32 = std::is_same_v<T, std::uint32_t>;
 template <class T> inline constexpr bool kIsFloat = std::is_same_v<T, float>;
-template <class T> inline constexpr bool kIsDouble = std::is_same_v<T, double>;
 
 // Truncation toward zero into 32 or 64 bits; NaN and out-of-range values give
 // the lowest integer of that width, as the x86 conversion instructions do.

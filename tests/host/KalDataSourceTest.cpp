@@ -1,10 +1,9 @@
-// The data-source layer on real GDAL files: what the run driver and the
-// result output depend on when they create, georeference and label rasters.
+// The data-source layer on real GDAL files: what the run driver depends on
+// when it opens, creates and georeferences rasters and copies side files.
 #include "KalDataSource.h"
 #include "support/TestSupport.h"
 
 #include <gdal_priv.h>
-#include <ogr_spatialref.h>
 
 #include <gtest/gtest.h>
 
@@ -57,27 +56,6 @@ TEST_F(DataSourceTest, NonRasterPathsGiveNullWithoutThrowing) {
         EXPECT_NO_THROW(EXPECT_FALSE(factory.OpenDataset(dir.QFile(name), OpenReadOnly))) << name;
 }
 
-TEST_F(DataSourceTest, GeoTransformAndSpatialReferenceSurviveReopening) {
-    const double gt[6] = {358485.123, 0.5, 0.0, 4102345.25, 0.0, -0.5};
-    OGRSpatialReference utm;
-    utm.importFromEPSG(32633);
-    char* wkt = nullptr;
-    utm.exportToWkt(&wkt);
-    {
-        _ptr_t<RasterDataset> ds = Create("a.dat", 3, 3, 1, "ENVI");
-        EXPECT_FALSE(ds->GetSpatialReference());
-        ASSERT_TRUE(ds->SetGeoTransform(gt));
-        ASSERT_TRUE(ds->SetSpatialReference(_ptr_t<SpatialReference>(new SpatialReference(wkt))));
-    }
-    CPLFree(wkt);
-    _ptr_t<RasterDataset> back = Reopen("a.dat");
-    for (int i = 0; i < 6; ++i) EXPECT_DOUBLE_EQ(back->GeoTransform()[i], gt[i]) << i;
-    ASSERT_TRUE(back->GetSpatialReference());
-    OGRSpatialReference srs;
-    ASSERT_EQ(srs.importFromWkt(back->GetSpatialReference()->GetWkt().toUtf8().constData()), OGRERR_NONE);
-    EXPECT_TRUE(srs.IsSame(&utm));
-}
-
 // The run driver copies the input's envelope bound by bound onto a target of
 // the same size (the class raster) and of half size (the working copy).
 TEST_F(DataSourceTest, EnvelopeCopyKeepsSameSizeBitsAndDoublesHalfSizePixels) {
@@ -121,24 +99,6 @@ TEST_F(DataSourceTest, RpcSideFileIsCopiedUnderTheResultsNameTextFileFirst) {
     WriteText(folder + "scene_rpc.txt", "txt\n");
     EXPECT_TRUE(copy("scene.tif", "other.dat"));
     EXPECT_EQ(ReadText(folder + "other_rpc.txt"), "txt\n");
-}
-
-TEST_F(DataSourceTest, CategoryNamesAndColourTableLandInTheEnviHeader) {
-    {
-        // The band alone must keep its dataset open until the header is written.
-        _ptr_t<RasterBand> band = Create("classes.dat", 2, 2, 1, "ENVI")->GetRasterBand(0);
-        ASSERT_TRUE(band);
-        ASSERT_TRUE(band->SetCategoryNames({"Unclassified", "class1"}));
-        _ptr_t<ColorTable> table(new ColorTable);
-        table->AddColorEntry(_ptr_t<ColorEntry>(new ColorEntry(0, 0, 0)));
-        table->AddColorEntry(_ptr_t<ColorEntry>(new ColorEntry(255, 128, 7)));
-        ASSERT_TRUE(band->SetColorTable(table));
-    }
-    std::string header;  // without blanks and line breaks, which GDAL places as it likes
-    for (char c : ReadText(dir.File("classes.hdr")))
-        if (c != ' ' && c != '\n') header += c;
-    EXPECT_NE(header.find("classlookup={0,0,0,255,128,7}"), std::string::npos) << header;
-    EXPECT_NE(header.find("classnames={Unclassified,class1}"), std::string::npos) << header;
 }
 
 } // namespace

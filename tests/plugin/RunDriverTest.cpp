@@ -1,6 +1,6 @@
 // The run driver: the codes a host gets for inputs and results it cannot use,
-// the files each such run leaves behind, the size of the clustering grid, and
-// a run over a band the input lacks.
+// the files each such run leaves behind, the size of the clustering grid, the
+// engine each pixel type gets, and a run over a band the input lacks.
 #include "RunDriver.h"
 
 #include "ISODataClassification.h"
@@ -19,13 +19,9 @@ namespace {
 // Three Byte bands, the left half dark and the right half bright; over 100
 // pixels a side, so the working copy is halved.
 void WriteInput(const std::string& path) {
-    testsupport::RasterTable raster;
-    raster.width = 202;
-    raster.height = 150;
-    raster.bands.assign(3, std::vector<double>(202 * 150));
-    for (auto& band : raster.bands)
-        for (size_t i = 0; i < band.size(); ++i) band[i] = i % 202 < 101 ? 20 : 200;
-    testsupport::WriteRaster(path, raster);
+    std::vector<double> band(202 * 150);
+    for (size_t i = 0; i < band.size(); ++i) band[i] = i % 202 < 101 ? 20 : 200;
+    testsupport::WriteRaster(path, {202, 150, GDT_Byte, {band, band, band}});
 }
 
 // The run's result code as the host sees it.
@@ -48,11 +44,8 @@ TEST(RunDriverTest, FailuresGiveTheirCodeAndLeaveOnlyTheirFiles) {
         SCOPED_TRACE(c.code);
         testsupport::TempDir dir;
         const std::string input = dir.File("scene.tif");
-        if (c.code == 1) {
-            std::ofstream(input) << "plain text\n";
-        } else {
-            WriteInput(input);
-        }
+        if (c.code == 1) std::ofstream(input) << "plain text\n";
+        else WriteInput(input);
         if (c.code == 2) std::filesystem::create_directory(input + "tem.tif");
         EXPECT_EQ(RunCode(input, dir.File(c.result)), c.code);
         EXPECT_EQ(dir.List(), c.left);
@@ -66,7 +59,7 @@ TEST(RunDriverTest, FailuresGiveTheirCodeAndLeaveOnlyTheirFiles) {
 TEST(RunDriverTest, BandTheInputLacksStillGivesAFullSizeResult) {
     testsupport::TempDir dir;
     WriteInput(dir.File("scene.tif"));
-    testsupport::QuietGdalErrors quiet;
+    isodata::QuietGdalErrors quiet;
     EXPECT_EQ(RunCode(dir.File("scene.tif"), dir.File("classes.img"), {0, 1, 7}), 0);
     EXPECT_EQ(testsupport::ReadBand(dir.File("classes.img")).size(), 202u * 150u);
     EXPECT_FALSE(testsupport::FileExists(dir.File("scene.tiftem.tif")));
@@ -95,22 +88,13 @@ TEST(RunDriverTest, EngineFailureCodeFollowsTheWorkingRastersPixelType) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.code);
         testsupport::TempDir dir;
-        testsupport::RasterTable raster;
-        raster.width = raster.height = 4;
-        raster.type = c.type;
-        raster.bands = {std::vector<double>(16, 7.0)};
-        testsupport::WriteRaster(dir.File("work.tif"), raster);
-        auto& factory = *KalDataSource::DatasetFactory::Instance();
+        testsupport::WriteRaster(dir.File("work.tif"), {4, 4, c.type, {std::vector<double>(16, 7.0)}});
         isodata::EngineInputs inputs;
-        inputs.working = factory.OpenRasterDataset(dir.QFile("work.tif"), KalDataSource::OpenReadOnly);
-        inputs.input = inputs.working;
+        inputs.working = inputs.input = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(
+            dir.QFile("work.tif"), KalDataSource::OpenReadOnly);
         inputs.width = inputs.height = 4;
-        inputs.record.inputPath = dir.QFile("work.tif");
-        inputs.record.resultPath = dir.QFile("missing/classes.img");
-        inputs.record.initialClassCount = inputs.record.desiredClassCount = inputs.record.maxIterations = 1;
-        inputs.record.bandIndices = {0};
+        inputs.record = {dir.QFile("work.tif"), dir.QFile("missing/classes.img"), 1, 1, 0, 0, 1, 0.0, 0.0, {0}};
         isodata::ISODataClassification algorithm;
-        testsupport::QuietGdalErrors quiet;
         EXPECT_EQ(static_cast<int>(isodata::RunEngineForWorkingRaster(algorithm, inputs)), c.code);
         EXPECT_EQ(dir.List(), std::vector<std::string>{"work.tif"});  // no scratch file left either
     }
