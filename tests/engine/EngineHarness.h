@@ -51,26 +51,23 @@ using PixelTypes = AfterFirst<void ISODATA_FOR_EACH_PIXEL_TYPE(ENGINETEST_AFTER_
 template <class T>
 class EngineHarness {
 public:
-    // A raster of the engine's pixel type, set up through the run driver's
-    // own path with the given record; blockSide < 64 lays a small grid.
+    // A raster of the engine's pixel type, set up as the run driver does
+    // with the record (or just an initial cluster count) and every band;
+    // blockSide < 64 lays a small grid.
     void Make(int width, int height, const testsupport::BandValues& bands, stInfoClassificationISO record,
               int blockSide = 64) {
         testsupport::WriteRaster(dir.File("in.tif"), {width, height, isodata::PixelTraits<T>::gdalType, bands});
-        isodata::EngineInputs inputs{record, {}, {}, width, height};
-        inputs.record.inputPath = dir.QFile("in.tif");
-        inputs.record.resultPath = dir.QFile("out.img");
-        inputs.record.bandIndices.clear();
-        for (std::int32_t i = 0; i < static_cast<std::int32_t>(bands.size()); ++i) inputs.record.bandIndices.push_back(i);
-        inputs.input = inputs.working = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(
-            dir.QFile("in.tif"), KalDataSource::OpenReadOnly);
-        ASSERT_TRUE(engine.Setup(inputs, isodata::PixelTraits<T>::gdalType));
-        seam.State().blockWidth = seam.State().blockHeight = blockSide;
+        record.inputPath = dir.QFile("in.tif");
+        record.resultPath = dir.QFile("out.img");
+        record.bandIndices.resize(bands.size());
+        for (std::size_t i = 0; i < bands.size(); ++i) record.bandIndices[i] = static_cast<std::int32_t>(i);
+        const auto raster = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(record.inputPath, 0);
+        ASSERT_TRUE(engine.Setup({record, raster, raster, width, height}, isodata::PixelTraits<T>::gdalType));
+        state.blockWidth = state.blockHeight = blockSide;
         seam.InitBlockGrid();
     }
     void Make(int width, int height, const testsupport::BandValues& bands, std::int32_t clusters, int blockSide = 64) {
-        stInfoClassificationISO record;
-        record.initialClassCount = clusters;
-        Make(width, height, bands, record, blockSide);
+        Make(width, height, bands, {{}, {}, 0, clusters, 0, 0, 0, 0.0, 0.0, {}}, blockSide);
     }
 
     isodata::StageProgress Stage(const char* text = "stage") {
