@@ -70,9 +70,7 @@ public:
         Make(width, height, bands, {{}, {}, 0, clusters, 0, 0, 0, 0.0, 0.0, {}}, blockSide);
     }
 
-    isodata::StageProgress Stage(const char* text = "stage") {
-        return isodata::StageProgress(testsupport::RecordProgress, &reports, QString::fromUtf8(text));
-    }
+    isodata::StageProgress Stage() { return {testsupport::RecordProgress, &reports, QStringLiteral("stage")}; }
 
     // Samples the blocks (which records their extents), then classifies with
     // the given centres.

@@ -5,19 +5,15 @@
 namespace {
 
 // An engine holding the given centres (one row each), counts[c] pixels of
-// cluster c spread over two blocks, and the merge controls.
+// cluster c in a single block, and the merge controls.
 template <class T>
 struct Merge {
     Merge(std::vector<std::vector<T>> centres, std::vector<std::uint32_t> counts, double threshold,
           std::uint64_t maxPairs = 10, std::uint64_t desired = 0) {
         auto& s = seam.State();
         s.classSlots = centres.size() + 1;
-        s.blockCount = 2;
-        s.blockClassCounts.assign(2, std::vector<std::uint32_t>(centres.size(), 0));
-        for (std::size_t c = 0; c < counts.size(); ++c) {
-            s.blockClassCounts[0][c] = counts[c] / 2;
-            s.blockClassCounts[1][c] = counts[c] - counts[c] / 2;
-        }
+        s.blockCount = 1;
+        s.blockClassCounts = {counts};
         s.mergeDistanceThreshold = threshold;
         s.maxMergePairs = maxPairs;
         s.desiredClassCount = desired;

@@ -21,6 +21,7 @@ TEST(PixelTypesTest, ConversionsTruncateTowardZeroAndKeepTheLowBitsOfTheirWidth)
 }
 
 TEST(PixelTypesTest, DifferencesAndSquaresWrapInThirtyTwoBitsAndDoubleSquaresOverflow) {
+    EXPECT_EQ(ClassifyTerm<std::uint32_t>(5, 10), 4294967291.0);         // a centre below the pixel is far
     EXPECT_EQ(ClassifyTerm<std::int32_t>(2147483647, -2), 2147483647.0);  // overflows to -2147483647
     EXPECT_EQ(ClassifyTerm<std::int16_t>(-32768, 32767), 65535.0);
     EXPECT_TRUE(std::isinf(ClassifyTerm<double>(1e200, -1e200)));  // sqrt of an infinite square

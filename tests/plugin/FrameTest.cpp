@@ -12,10 +12,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 namespace {
 

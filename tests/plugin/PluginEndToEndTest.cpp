@@ -19,8 +19,6 @@
 #include <fstream>
 #include <set>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace {
 
