@@ -6,9 +6,9 @@
 //     reads on such a file do nothing and readers see index 0).
 //  2. Append/FlushBuffers: whole buffers are written as raw bytes.
 //  3. Rewind/ReadNext: readers flush, seek to 0 and read runs in write order.
-//  4. Remove: close and delete the files Create made, free the buffers. The
-//     files are those Create made, not a range of names worked out again, so
-//     a count that went wrong can never walk names the run did not create.
+//  4. Remove: close and delete the files on Create's own list (never names
+//     worked out again from a count, which could walk a range the run did
+//     not create), free the buffers.
 #include "ClassFiles.h"
 
 #include "FileNames.h"

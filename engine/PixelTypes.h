@@ -20,7 +20,9 @@
 
 namespace isodata {
 
-// Calls f(T{}) style visitor for each of the seven element types.
+// The one list of the seven element types: X(T) once for each. Every engine
+// source file ends by instantiating what it defines with it, the run
+// driver's dispatch has one case per entry, and the typed tests run over it.
 #define ISODATA_FOR_EACH_PIXEL_TYPE(X) \
     X(std::uint8_t) X(std::uint16_t) X(std::int16_t) X(std::uint32_t) X(std::int32_t) X(float) X(double)
 
