@@ -23,7 +23,6 @@ public:
     explicit EngineTestSeam(IsodataEngine<T>& engine) : e_(engine) {}
     EngineState& State() { return e_; }
     std::vector<std::vector<T>>& Centers() { return e_.centers; }
-    std::vector<std::vector<T>>& Samples() { return e_.samples; }
     void InitBlockGrid() { e_.InitBlockGrid(); }
     BlockGeometry Block(std::uint32_t b) const { return e_.Block(b); }
     void SampleBlocks(const StageProgress& stage) { e_.SampleBlocks(&a_, &b_, stage, 1); }
