@@ -6,19 +6,16 @@
 //     reads on such a file do nothing and readers see index 0).
 //  2. Append/FlushBuffers: whole buffers are written as raw bytes.
 //  3. Rewind/ReadNext: readers flush, seek to 0 and read runs in write order.
-//  4. Remove: close and delete the files, free the buffers.
+//  4. Remove: close and delete the files on Create's own list (never names
+//     worked out again from a count, which could walk a range the run did
+//     not create), free the buffers.
 #include "ClassFiles.h"
 
-#include <algorithm>
+#include "FileNames.h"
+
 #include <new>
 
 namespace isodata {
-
-QString ClassFileName(const QString& inputPath, std::uint64_t k) {
-    const int dot = inputPath.lastIndexOf(QLatin1Char('.'));
-    const QString base = dot < 0 ? inputPath : inputPath.left(dot);
-    return base + QString::number(k) + QStringLiteral(".km");
-}
 
 ClassFiles::~ClassFiles() {
     for (auto& f : files_)
@@ -32,7 +29,7 @@ bool ClassFiles::Create(const QString& inputPath, std::uint64_t classCount) {
     files_.clear();
     files_.reserve(n);
     for (std::size_t k = 0; k < n; ++k) {
-        auto file = std::unique_ptr<QFile>(new (std::nothrow) QFile(ClassFileName(inputPath, k)));
+        auto file = std::unique_ptr<QFile>(new (std::nothrow) QFile(ScratchFilePath(inputPath, k)));
         if (!file) return false;
         // Unbuffered: writes are already batched, and the bytes are on disk once
         // a block is done.
@@ -64,15 +61,11 @@ void ClassFiles::ReadNext(std::size_t k, std::uint32_t n, std::vector<std::uint3
     files_[k]->read(reinterpret_cast<char*>(out.data()), static_cast<qint64>(n) * sizeof(std::uint32_t));
 }
 
-void ClassFiles::Remove(const QString& inputPath, std::uint64_t classCount) {
+void ClassFiles::Remove() {
     std::vector<std::uint32_t>().swap(buffers_);
     std::vector<std::int32_t>().swap(fill_);
-    for (std::uint64_t k = 0; k <= classCount; ++k) {
-        const QString name = ClassFileName(inputPath, k);
-        if (!QFile::exists(name)) continue;
-        if (k < files_.size() && files_[k]) files_[k]->close();
-        QFile::remove(name);
-    }
+    for (const auto& file : files_)
+        if (file->exists()) file->remove();  // closes it first
     files_.clear();
 }
 

@@ -2,11 +2,10 @@
 // members, written by a classification pass and read back by the statistics
 // and the split. Membership of the whole image is never held in memory.
 //
-// File k lies beside the input: the input path cut before its last "." (the
-// whole path when it has none), then k in decimal, then ".km". Its content is
-// a headerless run of native-endian 32-bit unsigned indices, block after
-// block, in the order the pass met the pixels. One file more than there are
-// clusters is created; it stays empty.
+// File k lies beside the input under ScratchFilePath(input, k) (contract/
+// FileNames.h). Its content is a headerless run of native-endian 32-bit
+// unsigned indices, block after block, in the order the pass met the pixels.
+// One file more than there are clusters is created; it stays empty.
 #pragma once
 
 #include <QFile>
@@ -17,8 +16,6 @@
 #include <vector>
 
 namespace isodata {
-
-QString ClassFileName(const QString& inputPath, std::uint64_t k);
 
 class ClassFiles {
 public:
@@ -49,11 +46,9 @@ public:
     // short read leaves unfilled are 0.
     void ReadNext(std::size_t k, std::uint32_t n, std::vector<std::uint32_t>& out);
 
-    // Closes and deletes files 0..classCount of inputPath that exist, and
-    // frees the buffers.
-    void Remove(const QString& inputPath, std::uint64_t classCount);
-
-    std::size_t FileCount() const { return files_.size(); }
+    // Closes and deletes the files the last Create made, those that exist,
+    // and frees the buffers. Nothing else is touched, whatever the count.
+    void Remove();
 
 private:
     void WriteBuffer(std::size_t k);

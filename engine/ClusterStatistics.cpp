@@ -16,8 +16,8 @@ void IsodataEngine<T>::ComputeClusterCenters(const StageProgress& stage) {
     const std::size_t clusters = ClusterLoopCount();
     std::vector<std::vector<double>> sums(clusters, std::vector<double>(bandIndices.size(), 0.0));
     classPixelCounts.assign(clusters, 0);
-    VisitClusterMembers(*this, stage, [&](std::size_t c, const std::vector<std::uint32_t>& members,
-                                          const BlockReader<T>& reader) {
+    VisitClusterMembers(stage, [&](std::size_t c, const std::vector<std::uint32_t>& members,
+                                const BlockReader<T>& reader) {
         AccumulateMembers(members, reader, sums[c], [](T pixel, std::size_t) { return static_cast<double>(pixel); });
         classPixelCounts[c] += static_cast<std::int32_t>(members.size());
     });

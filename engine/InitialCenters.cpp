@@ -17,9 +17,6 @@ namespace isodata {
 
 namespace {
 
-// Stage text of the farthest-first choice.
-constexpr const char* kChoosingCenters = "Select Initial Cluster Center";
-
 template <class T>
 T SampleDistance(const std::vector<std::vector<T>>& samples, std::size_t x, std::size_t y) {
     T sum = T(0);
@@ -42,20 +39,23 @@ std::vector<T> Eccentricities(const std::vector<std::vector<T>>& samples, std::s
     return largest;
 }
 
-template <class T>
-std::size_t IndexOfSmallest(const std::vector<T>& values) {
+// Index of the first value no later one beats: better(a, b) says a beats b.
+template <class T, class Better>
+std::size_t IndexOfBest(const std::vector<T>& values, Better better) {
     std::size_t best = 0;
     for (std::size_t i = 1; i < values.size(); ++i)
-        if (DistanceGreater(values[best], values[i])) best = i;
+        if (better(values[i], values[best])) best = i;
     return best;
 }
 
 template <class T>
+std::size_t IndexOfSmallest(const std::vector<T>& values) {
+    return IndexOfBest(values, [](T a, T b) { return DistanceGreater(b, a); });
+}
+
+template <class T>
 std::size_t IndexOfLargest(const std::vector<T>& values) {
-    std::size_t best = 0;
-    for (std::size_t i = 1; i < values.size(); ++i)
-        if (DistanceGreater(values[i], values[best])) best = i;
-    return best;
+    return IndexOfBest(values, [](T a, T b) { return DistanceGreater(a, b); });
 }
 
 } // namespace

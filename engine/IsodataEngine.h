@@ -1,6 +1,7 @@
 // The state of one ISODATA run over a raster of element type T, and its
-// stages. The run driver fills the public members and calls RunIsodata; the
-// stages live one per file beside this header.
+// stages. The run driver calls Setup and then RunIsodata; everything else is
+// the iteration driver's own business. The stages live one per file beside
+// this header.
 //
 // Cluster numbers inside the engine are 0-based (0 .. classSlots - 2); the
 // class raster numbers them from 1, with 0 for unclassified pixels.
@@ -22,35 +23,110 @@
 
 namespace isodata {
 
-template <class T>
-class IsodataEngine {
-public:
-    static constexpr std::int32_t kMaxBlocksPerSide = 50;
-    static constexpr std::int32_t kInitialBlockSide = 64;
-    static constexpr int kSamplesPerBlock = 1;
+// What the run driver hands an engine: the record and the run's two rasters.
+struct EngineInputs {
+    stInfoClassificationISO record;
+    KalUtility::_ptr_t<KalDataSource::RasterDataset> input;    // full size
+    KalUtility::_ptr_t<KalDataSource::RasterDataset> working;  // reduced copy
+    int width = 0, height = 0;                                 // reduced size
+};
 
-    explicit IsodataEngine(const stInfoClassificationISO& record);
+// Everything a run holds but its pixel-typed values, grouped by role. It is a
+// plain base of the engine template so that every stage uses these names as
+// they are.
+struct EngineState {
+    // Run inputs, set once by Setup. Counts from the record are widened with
+    // sign, so a negative count becomes a huge one.
+    std::int32_t width = 0, height = 0;              // working raster size
+    std::int32_t bandCount = 0;                      // B
+    std::vector<std::uint32_t> bandIndices;          // 0-based dataset bands
+    KalUtility::_ptr_t<KalDataSource::RasterDataset> inputDataset;   // reduced working raster
+    KalUtility::_ptr_t<KalDataSource::RasterDataset> sourceDataset;  // full-size input
+    QString inputPath, resultPath;
+    std::int32_t pixelType = 0;
+    stInfoClassificationISO params;
+    std::uint64_t desiredClassCount = 0;             // D
+    std::int64_t minClassPixels = 0;
+    std::uint64_t maxMergePairs = 0;
+    std::uint64_t maxIterations = 0;
+    double stdDevThreshold = 0.0;
+    double mergeDistanceThreshold = 0.0;
+
+    // Block grid: runs start from 64 x 64 blocks, which InitBlockGrid may
+    // enlarge; the sampling pass records every block's clipped extent, which
+    // all later passes use.
+    std::int32_t blockWidth = 64, blockHeight = 64;
+    std::int32_t blockColumns = 0, blockRows = 0;
+    std::uint32_t blockCount = 0;
+    std::vector<std::uint32_t> blockPixelWidths, blockPixelHeights, blockPixelCounts;
+
+    // Clusters (their centres are in the engine, typed): counts, per-block
+    // membership counts and the scratch files holding the members.
+    std::uint64_t classCount = 0;                    // K
+    std::uint64_t classSlots = 1;                    // K + 1
+    std::vector<std::vector<std::uint32_t>> blockClassCounts;  // [block][cluster]
+    ClassFiles classFiles;
+
+    // Per-pass statistics of the clusters.
+    std::vector<double> distanceSums;                // [cluster], from the classification
+    std::vector<std::int32_t> classPixelCounts;      // [cluster], from the centre update
+    std::vector<double> meanDistances;               // [cluster]
+    double overallMeanDistance = 0.0;
+    std::vector<std::vector<double>> classStdDevs;   // [cluster][rank], descending, from the split
+
+    // Result and texts.
+    KalUtility::_ptr_t<KalDataSource::RasterDataset> resultDataset;  // class raster, open for update
+    QString sourceName, errorText;
+    QString progressText;                            // prefix of every stage text in the loop
+};
+
+// The tests' way to a single stage; defined by the engine tests only.
+template <class T> class EngineTestSeam;
+
+template <class T>
+class IsodataEngine : private EngineState {
+public:
+    IsodataEngine() = default;
     ~IsodataEngine();
     IsodataEngine(const IsodataEngine&) = delete;
     IsodataEngine& operator=(const IsodataEngine&) = delete;
+
+    // Takes the record's values and the run's rasters. False, with nothing
+    // allocated, for a record the engine cannot hold.
+    bool Setup(const EngineInputs& inputs, std::int32_t pixelTypeCode);
 
     // The whole run: grid, initial centres, the iteration loop, the result.
     // True when the class raster was written.
     bool RunIsodata(ProgressFn progress, void* userData);
 
-    // --- iteration driver helpers
+private:
+    friend class EngineTestSeam<T>;
+
+    static constexpr std::int32_t kMaxBlocksPerSide = 50;
+    static constexpr int kSamplesPerBlock = 1;
+
+    // Samples and centres in the pixel type.
+    std::vector<std::vector<T>> samples;             // [band][sample]
+    std::vector<std::vector<T>> centers;             // [cluster][band]
+
+    // The iteration driver and its helpers (RunIsodata.cpp).
+    QString StageText(const char* sourceText) const;
+    void RunIteration(std::uint64_t round, ProgressFn progress, void* userData, bool& stop);
+    void ReclassifyWhileSmallClassesDropped(ProgressFn progress, void* userData);
     void InitBlockGrid();
     BlockGeometry Block(std::uint32_t b) const;
+    std::size_t ClusterLoopCount() const { return static_cast<std::size_t>(classSlots - 1); }
+    std::int32_t ClusterTotal(std::size_t k) const;
     bool RemoveSmallClasses();
+    bool CreateClassFiles();
+    void RemoveClassFiles();
     bool OpenResultDataset();
     bool CloseResultDataset();
     void ReleaseEngine();
 
-    // --- stages
+    // The stages, one file each.
     void SampleBlocks(double* accA, double* accB, const StageProgress& stage, int samplesPerBlock);
     void SelectInitialCenters(double* accA, double* accB, const StageProgress& stage, int samplesPerBlock);
-    bool CreateClassFiles();
-    void RemoveClassFiles();
     bool ClassifyPixels(const StageProgress& stage);
     void ComputeClusterCenters(const StageProgress& stage);
     void ComputeMeanDistances(const StageProgress& stage);
@@ -59,47 +135,9 @@ public:
     void GenerateResultRaster(ProgressFn progress, void* userData);
     void AttachClassMetadata();
 
-    // Number of clusters the stages loop over: classSlots - 1.
-    std::size_t ClusterLoopCount() const { return static_cast<std::size_t>(classSlots - 1); }
-
-    // --- state (names shared with every stage)
-    std::int32_t width = 0, height = 0;
-    std::int32_t bandCount = 0;
-    std::vector<std::uint32_t> bandIndices;
-    std::int32_t blockColumns = 0, blockRows = 0;
-    std::uint32_t blockCount = 0;
-    std::int32_t blockWidth = kInitialBlockSide, blockHeight = kInitialBlockSide;
-    KalUtility::_ptr_t<KalDataSource::RasterDataset> inputDataset;   // reduced working raster
-    KalUtility::_ptr_t<KalDataSource::RasterDataset> sourceDataset;  // full-size input
-    KalUtility::_ptr_t<KalDataSource::RasterDataset> resultDataset;  // class raster, open for update
-    QString inputPath, resultPath, errorText, sourceName;
-    std::vector<std::vector<T>> samples;                 // [band][sample]
-    std::uint64_t classCount = 0;                        // K
-    std::vector<std::uint32_t> blockPixelWidths, blockPixelHeights, blockPixelCounts;
-    std::vector<std::vector<T>> centers;                 // [cluster][band]
-    std::vector<std::vector<std::uint32_t>> blockClassCounts;  // [block][cluster]
-    ClassFiles classFiles;
-    std::int32_t pixelType = 0;
-    QString progressText;
-    stInfoClassificationISO params;
-    std::uint64_t desiredClassCount = 0;                 // D
-    std::uint64_t classSlots = 1;                        // K + 1
-    std::int64_t minClassPixels = 0;
-    std::uint64_t maxMergePairs = 0;
-    std::uint64_t maxIterations = 0;
-    double stdDevThreshold = 0.0;
-    double mergeDistanceThreshold = 0.0;
-    double overallMeanDistance = 0.0;
-    std::vector<double> distanceSums;                    // [cluster]
-    std::vector<double> meanDistances;                   // [cluster]
-    std::vector<std::int32_t> classPixelCounts;          // [cluster]
-    std::vector<std::vector<double>> classStdDevs;       // [cluster][rank], descending
-
-private:
-    QString StageText(const char* sourceText) const;
-    void RunIteration(std::uint64_t round, ProgressFn progress, void* userData, bool& stop);
-    void ReclassifyWhileSmallClassesDropped(ProgressFn progress, void* userData);
-    std::int32_t ClusterTotal(std::size_t k) const;
+    // One pass over the image and the scratch files (MemberPass.h).
+    template <class Visit>
+    void VisitClusterMembers(const StageProgress& stage, Visit&& visit);
 };
 
 } // namespace isodata

@@ -12,19 +12,20 @@ namespace isodata {
 
 // visit(cluster, members, reader): members are the block-relative indices of
 // the cluster's pixels in the current block, reader holds the block's bands.
-template <class T, class Visit>
-void VisitClusterMembers(IsodataEngine<T>& engine, const StageProgress& stage, Visit&& visit) {
-    const std::size_t clusters = engine.ClusterLoopCount();
-    for (std::size_t c = 0; c < clusters; ++c) engine.classFiles.Rewind(c);
-    BlockReader<T> reader(engine.inputDataset ? engine.inputDataset->GetGDALDataset() : nullptr,
-                          engine.bandIndices, engine.blockWidth, engine.blockHeight);
-    SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(engine.blockCount));
+template <class T>
+template <class Visit>
+void IsodataEngine<T>::VisitClusterMembers(const StageProgress& stage, Visit&& visit) {
+    const std::size_t clusters = ClusterLoopCount();
+    for (std::size_t c = 0; c < clusters; ++c) classFiles.Rewind(c);
+    BlockReader<T> reader(inputDataset ? inputDataset->GetGDALDataset() : nullptr, bandIndices, blockWidth,
+                          blockHeight);
+    SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(blockCount));
     progress.Start();
     std::vector<std::uint32_t> members;
-    for (std::uint32_t b = 0; b < engine.blockCount; ++b) {
-        reader.Read(engine.Block(b));
+    for (std::uint32_t b = 0; b < blockCount; ++b) {
+        reader.Read(Block(b));
         for (std::size_t c = 0; c < clusters; ++c) {
-            engine.classFiles.ReadNext(c, engine.blockClassCounts[b][c], members);
+            classFiles.ReadNext(c, blockClassCounts[b][c], members);
             visit(c, members, reader);
         }
         progress.Step();

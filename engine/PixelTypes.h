@@ -20,7 +20,9 @@
 
 namespace isodata {
 
-// Calls f(T{}) style visitor for each of the seven element types.
+// The one list of the seven element types: X(T) once for each. Every engine
+// source file ends by instantiating what it defines with it, the run
+// driver's dispatch has one case per entry, and the typed tests run over it.
 #define ISODATA_FOR_EACH_PIXEL_TYPE(X) \
     X(std::uint8_t) X(std::uint16_t) X(std::int16_t) X(std::uint32_t) X(std::int32_t) X(float) X(double)
 
@@ -60,7 +62,6 @@ template <class T> inline constexpr bool kIsSmallInt =  // byte, 16-bit signed a
 template <class T> inline constexpr bool kIsInt32 = std::is_same_v<T, std::int32_t>;
 template <class T> inline constexpr bool kIsUInt32 = std::is_same_v<T, std::uint32_t>;
 template <class T> inline constexpr bool kIsFloat = std::is_same_v<T, float>;
-template <class T> inline constexpr bool kIsDouble = std::is_same_v<T, double>;
 
 // Truncation toward zero into 32 or 64 bits; NaN and out-of-range values give
 // the lowest integer of that width, as the x86 conversion instructions do.

@@ -1,6 +1,8 @@
-// The iteration driver of the engine and its small helpers: block grid,
-// removal of small clusters, the result dataset, release.
+// The engine's setup from the record, its iteration driver and the driver's
+// small helpers: block grid, removal of small clusters, the result dataset,
+// release.
 //
+//  0. Setup refuses a record the engine cannot hold, else takes its values.
 //  1. Lay the block grid, choose the initial centres, classify once.
 //  2. Run maxIterations rounds: drop small clusters, recompute centres and
 //     mean distances, then split or merge by the class counts and the round's
@@ -14,28 +16,55 @@
 namespace isodata {
 
 namespace {
-constexpr const char* kSelectInitialCenter = "Select Initial Cluster Center";
-constexpr const char* kStatisticalClassification = "Statistical classification";
-constexpr const char* kTimesIteration = "times iteration";
-constexpr const char* kComputingClusterCenter = "Computing Cluster Center";
-constexpr const char* kAverageDistance = "Calculate the average distance from the center of the class";
-constexpr const char* kSplit = "Split";
-constexpr const char* kSplitClassification = "Split-Statistical classification";
-constexpr const char* kMergeClassification = "Merger-Statistical classification";
-constexpr const char* kGenerateResultFile = "Generate result file";
-constexpr const char* kScratchFilesFailed = "Temporary file creation failed!";
+
+// What an engine cannot hold: a negative initial cluster count, or more than
+// kMaxInitialClusters. Every cluster costs a scratch file and a 256 KiB write
+// buffer that each classification pass fills with zeros, so 4096 clusters
+// already take 1 GiB. Far beyond that the allocation a record asks for does
+// not fail cleanly: on a system that overcommits memory, the run is ended by
+// the out-of-memory killer, host and all. So Setup refuses such a record
+// before allocating anything. Every count up to the limit runs as it always
+// has; above 255 clusters the class numbers wrap in the byte raster, which is
+// defined behaviour, not a reason to refuse.
+constexpr std::int32_t kMaxInitialClusters = 4096;
 
 std::int32_t CeilDiv(std::int32_t a, std::int32_t b) {
     return static_cast<std::int32_t>(std::ceil(static_cast<double>(a) / static_cast<double>(b)));
 }
-} // namespace
 
-template <class T>
-IsodataEngine<T>::IsodataEngine(const stInfoClassificationISO& record) : params(record) {}
+// A record count widened with sign to 64 bits, then read as unsigned.
+std::uint64_t Widened(std::int32_t count) { return static_cast<std::uint64_t>(static_cast<std::int64_t>(count)); }
+
+} // namespace
 
 template <class T>
 IsodataEngine<T>::~IsodataEngine() {
     ReleaseEngine();
+}
+
+template <class T>
+bool IsodataEngine<T>::Setup(const EngineInputs& inputs, std::int32_t pixelTypeCode) {
+    const stInfoClassificationISO& record = inputs.record;
+    if (record.initialClassCount < 0 || record.initialClassCount > kMaxInitialClusters) return false;
+    params = record;
+    pixelType = pixelTypeCode;
+    sourceDataset = inputs.input;
+    inputDataset = inputs.working;
+    inputPath = record.inputPath;
+    resultPath = record.resultPath;
+    width = inputs.width;
+    height = inputs.height;
+    bandIndices.assign(record.bandIndices.begin(), record.bandIndices.end());
+    bandCount = static_cast<std::int32_t>(bandIndices.size());
+    desiredClassCount = Widened(record.desiredClassCount);
+    classSlots = Widened(record.initialClassCount) + 1;
+    classCount = Widened(record.initialClassCount);
+    minClassPixels = record.minClassPixels;
+    maxMergePairs = Widened(record.maxMergePairs);
+    maxIterations = Widened(record.maxIterations);
+    stdDevThreshold = record.stdDevThreshold;
+    mergeDistanceThreshold = record.mergeDistanceThreshold;
+    return true;
 }
 
 template <class T>
@@ -138,7 +167,7 @@ bool IsodataEngine<T>::CreateClassFiles() {
 
 template <class T>
 void IsodataEngine<T>::RemoveClassFiles() {
-    classFiles.Remove(inputPath, classCount);
+    classFiles.Remove();
 }
 
 template <class T>

@@ -32,8 +32,8 @@ bool IsodataEngine<T>::SplitClusters(const StageProgress& stage) {
     for (auto& row : classStdDevs) row.resize(bands);
     std::vector<std::vector<double>> sumSquares(clusters, std::vector<double>(bands, 0.0));
 
-    VisitClusterMembers(*this, stage, [&](std::size_t c, const std::vector<std::uint32_t>& members,
-                                          const BlockReader<T>& reader) {
+    VisitClusterMembers(stage, [&](std::size_t c, const std::vector<std::uint32_t>& members,
+                                const BlockReader<T>& reader) {
         const std::vector<T>& centre = centers[c];
         // The pixel is the one at each member's index, not at the loop count.
         AccumulateMembers(members, reader, sumSquares[c],

@@ -10,6 +10,7 @@
 //     band's names and colour table reach the file through the data source.
 #include "ClassMetadata.h"
 
+#include "FileNames.h"
 #include "Progress.h"
 
 #include <cstdlib>
@@ -32,18 +33,11 @@ Rgb ClusterColor(std::size_t i) {
     return {red, green, blue};
 }
 
-QString HeaderPath(const QString& resultPath) {
-    const int dot = resultPath.lastIndexOf(QLatin1Char('.'));
-    return (dot < 0 ? resultPath : resultPath.left(dot)) + QStringLiteral(".hdr");
-}
-
 } // namespace
-
-const std::array<Rgb, 18>& ClassPalette() { return kPalette; }
 
 ClassMetadata BuildClassMetadata(std::size_t clusterCount, const QString& resultPath) {
     ClassMetadata m;
-    m.description = Translate(kOutputContext, "ISODATA classification results");
+    m.description = Translate(kOutputContext, kResultDescription);
     m.colors.push_back({0, 0, 0});
     m.names << QStringLiteral("Unclassified");
     if (clusterCount > 1) {
@@ -64,7 +58,9 @@ ClassMetadata BuildClassMetadata(std::size_t clusterCount, const QString& result
     m.header[QStringLiteral("class lookup")] = lookup + QLatin1Char('}');
     m.header[QStringLiteral("classes")] = QString::number(clusterCount + 1);
     m.header[QStringLiteral("wavelength units ")] = QStringLiteral("Unknown");
-    m.headerPath = HeaderPath(resultPath);
+    // Cut at the last dot of the whole path, like the scratch files: this
+    // path is assembled and dropped, never written (GDAL writes the header).
+    m.headerPath = CutAtLastDot(resultPath) + QStringLiteral(".hdr");
     return m;
 }
 

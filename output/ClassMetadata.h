@@ -24,9 +24,6 @@ struct ClassMetadata {
     QString headerPath;                     // where those entries would go
 };
 
-// The fixed colours of clusters 1..18.
-const std::array<Rgb, 18>& ClassPalette();
-
 // Builds the names, colours and header entries for clusterCount clusters.
 // Clusters after the eighteenth draw three numbers each from the runtime's
 // shared generator, which this library never seeds.

@@ -18,7 +18,6 @@ namespace isodata {
 
 namespace {
 
-constexpr const char* kGeneratingResultFile = "Generating result file";
 constexpr double kBackgroundSum = 1e-8;
 constexpr float kDistanceCeiling = 1e7f;
 // Rows read per GDAL call; bounds the buffers to a few rows per band.

@@ -1,4 +1,5 @@
-// The library's exported entry points.
+// The library's exported entry points. None lets an exception out: the host
+// calls them by their plain names and cannot catch one.
 #include "ISODataClassification.h"
 
 #include <KalDataSource.h>
@@ -6,8 +7,6 @@
 #include "BandList.h"
 
 #include <boost/any.hpp>
-
-#include <new>
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -18,8 +17,11 @@ BOOL APIENTRY DllMain(HMODULE module, DWORD reason, LPVOID) {
 }
 #endif
 
-extern "C" KalAlgo::IKalAlgo* GetAlgoObj() {
-    return new (std::nothrow) isodata::ISODataClassification();
+// Null when the object cannot be made, memory running out included.
+extern "C" KalAlgo::IKalAlgo* GetAlgoObj() try {
+    return new isodata::ISODataClassification();
+} catch (...) {
+    return nullptr;
 }
 
 // Runs nothing on purpose: the record is never put into the object's
@@ -27,7 +29,7 @@ extern "C" KalAlgo::IKalAlgo* GetAlgoObj() {
 // returns false. Only the host's GetAlgoObj/SetParams/Execute path classifies.
 extern "C" bool ExecuteAlgo(const char* inputPath, const char* bandList, const char* resultPath,
                             double stdDevThreshold, double mergeDistanceThreshold, int initialClassCount,
-                            int maxIterations, int maxMergePairs, int minClassPixels, int desiredClassCount) {
+                            int maxIterations, int maxMergePairs, int minClassPixels, int desiredClassCount) try {
     stInfoClassificationISO record;
     record.inputPath = QString::fromUtf8(inputPath ? inputPath : "");
     record.resultPath = QString::fromUtf8(resultPath ? resultPath : "");
@@ -44,6 +46,8 @@ extern "C" bool ExecuteAlgo(const char* inputPath, const char* bandList, const c
     boost::any params(record);
     KalDataSource::DatasetFactory::Instance()->RegisterPlugin();
     return algorithm.Execute();
+} catch (...) {
+    return false;
 }
 
 CIsoDataFunc::CIsoDataFunc() = default;

@@ -9,8 +9,7 @@
 // The working copy survives only when the class raster cannot be created.
 #include "RunDriver.h"
 
-#include "ISODataClassification.h"
-#include "IsodataEngine.h"
+#include "FileNames.h"
 #include "ProgressBridge.h"
 
 #include <KalDataSource.h>
@@ -32,15 +31,14 @@ using KalDataSource::DatasetFactory;
 using KalDataSource::RasterDataset;
 using KalUtility::_ptr_t;
 
-constexpr const char* kWorkingSuffix = "tem.tif";
-
-// Removes the working copy when the run leaves, unless told to keep it.
+// Removes the working copy when the run leaves, from the moment it exists
+// (an exception while it is written included), unless told to keep it.
 class WorkingFileGuard {
 public:
-    explicit WorkingFileGuard(QString path) : path_(std::move(path)) {}
     ~WorkingFileGuard() {
-        if (!keep_ && QFile::exists(path_)) QFile::remove(path_);
+        if (!keep_ && !path_.isEmpty() && QFile::exists(path_)) QFile::remove(path_);
     }
+    void Watch(const QString& path) { path_ = path; }
     void Keep() { keep_ = true; }
 
 private:
@@ -82,30 +80,20 @@ void WriteWorkingCopy(const _ptr_t<RasterDataset>& input, const _ptr_t<RasterDat
     }
 }
 
+// An engine that refuses the record, or that cannot go on (memory running
+// out, a progress slot that throws), fails like one whose run failed: its
+// destructor has removed its scratch files before the code is returned, and
+// the driver then cleans up as after any failure. An engine failure's message
+// stays inside the plug-in.
 template <class T>
 RunResult RunEngine(KalAlgo::IKalAlgo& algorithm, const EngineInputs& files, int pixelType) {
-    IsodataEngine<T> engine(files.record);
-    engine.pixelType = pixelType;
-    engine.sourceDataset = files.input;
-    engine.inputDataset = files.working;
-    engine.inputPath = files.record.inputPath;
-    engine.resultPath = files.record.resultPath;
-    engine.width = files.width;
-    engine.height = files.height;
-    engine.bandIndices.assign(files.record.bandIndices.begin(), files.record.bandIndices.end());
-    engine.bandCount = static_cast<std::int32_t>(engine.bandIndices.size());
-    engine.blockWidth = engine.blockHeight = IsodataEngine<T>::kInitialBlockSide;
-    // Counts are widened with sign, so a negative count becomes a huge one.
-    engine.desiredClassCount = static_cast<std::uint64_t>(static_cast<std::int64_t>(files.record.desiredClassCount));
-    engine.classSlots = static_cast<std::uint64_t>(static_cast<std::int64_t>(files.record.initialClassCount) + 1);
-    engine.classCount = static_cast<std::uint64_t>(static_cast<std::int64_t>(files.record.initialClassCount));
-    engine.minClassPixels = files.record.minClassPixels;
-    engine.maxMergePairs = static_cast<std::uint64_t>(static_cast<std::int64_t>(files.record.maxMergePairs));
-    engine.maxIterations = static_cast<std::uint64_t>(static_cast<std::int64_t>(files.record.maxIterations));
-    engine.stdDevThreshold = files.record.stdDevThreshold;
-    engine.mergeDistanceThreshold = files.record.mergeDistanceThreshold;
-    // An engine failure's message stays inside the plug-in.
-    return engine.RunIsodata(ProgressCallback, &algorithm) ? RunResult::Success : PixelTraits<T>::failure;
+    try {
+        IsodataEngine<T> engine;
+        if (engine.Setup(files, pixelType) && engine.RunIsodata(ProgressCallback, &algorithm))
+            return RunResult::Success;
+    } catch (...) {
+    }
+    return PixelTraits<T>::failure;
 }
 
 } // namespace
@@ -113,14 +101,12 @@ RunResult RunEngine(KalAlgo::IKalAlgo& algorithm, const EngineInputs& files, int
 RunResult RunEngineForWorkingRaster(KalAlgo::IKalAlgo& algorithm, const EngineInputs& files) {
     const auto band = files.working ? files.working->GetRasterBand(0) : _ptr_t<KalDataSource::RasterBand>();
     const int code = band ? static_cast<int>(band->GetRasterDataType()) : 0;
+    // The host's pixel-type codes are GDAL's data-type numbers.
     switch (code) {
-    case KalDataSource::PDT_Byte: return RunEngine<std::uint8_t>(algorithm, files, code);
-    case KalDataSource::PDT_UInt16: return RunEngine<std::uint16_t>(algorithm, files, code);
-    case KalDataSource::PDT_Int16: return RunEngine<std::int16_t>(algorithm, files, code);
-    case KalDataSource::PDT_UInt32: return RunEngine<std::uint32_t>(algorithm, files, code);
-    case KalDataSource::PDT_Int32: return RunEngine<std::int32_t>(algorithm, files, code);
-    case KalDataSource::PDT_Float32: return RunEngine<float>(algorithm, files, code);
-    case KalDataSource::PDT_Float64: return RunEngine<double>(algorithm, files, code);
+#define ISODATA_ENGINE_CASE(T) \
+    case PixelTraits<T>::gdalType: return RunEngine<T>(algorithm, files, code);
+        ISODATA_FOR_EACH_PIXEL_TYPE(ISODATA_ENGINE_CASE)
+#undef ISODATA_ENGINE_CASE
     default: return RunResult::UnknownPixelType;
     }
 }
@@ -138,7 +124,7 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
     EngineInputs files;
     files.record = boost::any_cast<stInfoClassificationISO>(algorithm.GetParams());
     const QString inputPath = files.record.inputPath, resultPath = files.record.resultPath;
-    EmitProgress(&algorithm, 0.0, Translate(kFrameContext, "ISOData Is Runing..."));
+    EmitProgress(&algorithm, 0.0, Translate(kFrameContext, kRunStarted));
 
     DatasetFactory* factory = DatasetFactory::Instance();
     files.input = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(inputPath, KalDataSource::OpenReadOnly));
@@ -148,16 +134,17 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
     files.width = ReducedSize(x, factor);
     files.height = ReducedSize(y, factor);
 
-    const QString workingPath = inputPath + QLatin1String(kWorkingSuffix);
+    const QString workingPath = WorkingCopyPath(inputPath);
+    WorkingFileGuard guard;
     {
         auto working = factory->CreateRasterDataset(workingPath, files.width, files.height,
                                                     files.input->GetBandCount(), KalDataSource::PDT_Float32,
                                                     QStringLiteral("GTiff"));
         if (!working) return RunResult::WorkingCopyFailed;
+        guard.Watch(workingPath);
         CopyGeoreferencing(files.input, working);
         WriteWorkingCopy(files.input, working, files.width, files.height);
     }  // closing the handle flushes the file
-    WorkingFileGuard guard(workingPath);
     files.working = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
 
     {

@@ -1,12 +1,10 @@
 // The run driver behind Execute.
 #pragma once
 
+#include "IsodataEngine.h"
 #include "RunResult.h"
 
-#include "ClassificationISO.h"
-
 #include <KalAlgo.h>
-#include <KalDataSource.h>
 
 namespace isodata {
 
@@ -16,17 +14,9 @@ double ReductionFactor(int width, int height);
 // Reduced size of one side, rounded half up.
 int ReducedSize(int size, double factor);
 
-// What the engine of one run is given.
-struct EngineInputs {
-    stInfoClassificationISO record;
-    KalUtility::_ptr_t<KalDataSource::RasterDataset> input;    // full size
-    KalUtility::_ptr_t<KalDataSource::RasterDataset> working;  // reduced copy
-    int width = 0, height = 0;                                 // reduced size
-};
-
 // Runs the engine instance for the working raster's pixel type: Success, the
-// type's own failure code, or UnknownPixelType when the type is none of the
-// seven.
+// type's own failure code (also when the engine refuses the record or throws),
+// or UnknownPixelType when the type is none of the seven. Never throws.
 RunResult RunEngineForWorkingRaster(KalAlgo::IKalAlgo& algorithm, const EngineInputs& inputs);
 
 // The whole run for the record in algorithm's parameter slot.

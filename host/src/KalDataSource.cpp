@@ -19,16 +19,6 @@ namespace KalDataSource {
 
 namespace {
 
-// Failed opens and creates are reported through a null handle; GDAL's own
-// messages about them would only be noise on the host's console.
-class QuietErrors {
-public:
-    QuietErrors() { CPLPushErrorHandler(CPLQuietErrorHandler); }
-    ~QuietErrors() { CPLPopErrorHandler(); }
-    QuietErrors(const QuietErrors&) = delete;
-    QuietErrors& operator=(const QuietErrors&) = delete;
-};
-
 // A host that never called RegisterPlugin still gets working opens and
 // creates; GDALAllRegister itself is only run once per process.
 void EnsureDriversRegistered() {
@@ -271,7 +261,9 @@ _ptr_t<Dataset> DatasetFactory::OpenDataset(const QString& path, int openMode) {
     const unsigned flags = GDAL_OF_RASTER | (openMode == OpenUpdate ? GDAL_OF_UPDATE : GDAL_OF_READONLY);
     GDALDataset* handle = nullptr;
     {
-        QuietErrors quiet;
+        // A failed open is reported through a null handle; GDAL's own message
+        // would only be noise on the host's console. Likewise a failed create.
+        CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
         handle = GDALDataset::Open(Utf8(path).constData(), flags);
     }
     if (!handle) return nullptr;
@@ -292,7 +284,7 @@ _ptr_t<RasterDataset> DatasetFactory::CreateRasterDataset(const QString& path, i
     CPLStringList createOptions = ToStringList(options);
     GDALDataset* handle = nullptr;
     {
-        QuietErrors quiet;
+        CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
         handle = driver->Create(Utf8(path).constData(), width, height, bandCount,
                                 static_cast<GDALDataType>(type), createOptions.List());
     }

@@ -1,5 +1,6 @@
-// Builds an engine over a small raster written from a table, with the
-// scratch files landing in a temporary folder, and records its progress.
+// The engine tests' seam into an engine, and a harness that sets one up over a
+// small raster written from a table, with its scratch files and result in a
+// temporary folder and its progress recorded.
 #pragma once
 
 #include "IsodataEngine.h"
@@ -10,69 +11,73 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
+
+namespace isodata {
+
+// The state and the single stages that in a run only the iteration driver reaches.
+template <class T>
+class EngineTestSeam {
+public:
+    explicit EngineTestSeam(IsodataEngine<T>& engine) : e_(engine) {}
+    EngineState& State() { return e_; }
+    std::vector<std::vector<T>>& Centers() { return e_.centers; }
+    void InitBlockGrid() { e_.InitBlockGrid(); }
+    BlockGeometry Block(std::uint32_t b) const { return e_.Block(b); }
+    void SampleBlocks(const StageProgress& stage) { e_.SampleBlocks(&a_, &b_, stage, 1); }
+    void SelectInitialCenters(const StageProgress& stage) { e_.SelectInitialCenters(&a_, &b_, stage, 1); }
+    bool ClassifyPixels(const StageProgress& stage) { return e_.ClassifyPixels(stage); }
+    void ComputeClusterCenters(const StageProgress& stage) { e_.ComputeClusterCenters(stage); }
+    void ComputeMeanDistances(const StageProgress& stage) { e_.ComputeMeanDistances(stage); }
+    bool SplitClusters(const StageProgress& stage) { return e_.SplitClusters(stage); }
+    bool MergeClusters() { return e_.MergeClusters(); }
+
+private:
+    IsodataEngine<T>& e_;
+    double a_ = 0.0, b_ = 0.0;
+};
+
+} // namespace isodata
 
 namespace enginetest {
 
-struct Report {
-    double percent;
-    std::string text;
-};
-
-inline int RecordProgress(double percent, const char* text, void* userData) {
-    static_cast<std::vector<Report>*>(userData)->push_back({percent, text ? text : ""});
-    return 1;
-}
+// The typed suites run over the engine's own list of pixel types.
+template <class First, class... Rest> struct AfterFirst { using Types = ::testing::Types<Rest...>; };
+#define ENGINETEST_AFTER_COMMA(T) , T
+using PixelTypes = AfterFirst<void ISODATA_FOR_EACH_PIXEL_TYPE(ENGINETEST_AFTER_COMMA)>::Types;
 
 template <class T>
 class EngineHarness {
 public:
-    // A raster of the engine's pixel type; bands[b][y * width + x].
-    // blockSide < 64 makes a small grid out of a small image.
-    void Make(int width, int height, const testsupport::BandValues& bands, std::uint64_t clusters,
+    // A raster of the engine's pixel type, set up as the run driver does
+    // with the record (or just an initial cluster count) and every band;
+    // blockSide < 64 lays a small grid.
+    void Make(int width, int height, const testsupport::BandValues& bands, stInfoClassificationISO record,
               int blockSide = 64) {
-        testsupport::RasterTable table;
-        table.width = width;
-        table.height = height;
-        table.type = isodata::PixelTraits<T>::gdalType;
-        table.bands = bands;
-        testsupport::WriteRaster(dir.File("in.tif"), table);
-        auto* factory = KalDataSource::DatasetFactory::Instance();
-        factory->RegisterPlugin();
-        engine = std::make_unique<isodata::IsodataEngine<T>>(stInfoClassificationISO{});
-        engine->inputDataset = factory->OpenRasterDataset(dir.QFile("in.tif"), KalDataSource::OpenReadOnly);
-        engine->sourceDataset = engine->inputDataset;
-        engine->inputPath = dir.QFile("in.tif");
-        engine->width = width;
-        engine->height = height;
-        for (std::uint32_t i = 0; i < bands.size(); ++i) engine->bandIndices.push_back(i);
-        engine->bandCount = static_cast<std::int32_t>(bands.size());
-        engine->blockWidth = engine->blockHeight = blockSide;
-        engine->classCount = clusters;
-        engine->classSlots = clusters + 1;
-        engine->InitBlockGrid();
+        testsupport::WriteRaster(dir.File("in.tif"), {width, height, isodata::PixelTraits<T>::gdalType, bands});
+        record.inputPath = dir.QFile("in.tif");
+        record.resultPath = dir.QFile("out.img");
+        record.bandIndices.resize(bands.size());
+        for (std::size_t i = 0; i < bands.size(); ++i) record.bandIndices[i] = static_cast<std::int32_t>(i);
+        const auto raster = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(record.inputPath, 0);
+        ASSERT_TRUE(engine.Setup({record, raster, raster, width, height}, isodata::PixelTraits<T>::gdalType));
+        state.blockWidth = state.blockHeight = blockSide;
+        seam.InitBlockGrid();
+    }
+    void Make(int width, int height, const testsupport::BandValues& bands, std::int32_t clusters, int blockSide = 64) {
+        Make(width, height, bands, {{}, {}, 0, clusters, 0, 0, 0, 0.0, 0.0, {}}, blockSide);
     }
 
-    isodata::StageProgress Stage(const char* text = "stage") {
-        return isodata::StageProgress(RecordProgress, &reports, QString::fromUtf8(text));
-    }
+    isodata::StageProgress Stage() { return {testsupport::RecordProgress, &reports, QStringLiteral("stage")}; }
 
-    // Samples the blocks (which records their extents), then sets the centres.
-    void SampleThenSetCenters(std::vector<std::vector<T>> centers) {
-        double a = 0.0, b = 0.0;
-        engine->SampleBlocks(&a, &b, Stage(), 1);
-        engine->centers = std::move(centers);
-        engine->classSlots = engine->centers.size() + 1;
-        engine->classCount = engine->centers.size();
-    }
-
-    // Classifies with the given centres and recomputes centres and distances.
+    // Samples the blocks (which records their extents), then classifies with
+    // the given centres.
     void ClassifyWith(std::vector<std::vector<T>> centers) {
-        SampleThenSetCenters(std::move(centers));
-        ASSERT_TRUE(engine->ClassifyPixels(Stage()));
+        seam.SampleBlocks(Stage());
+        seam.State().classSlots = centers.size() + 1;
+        seam.Centers() = std::move(centers);
+        ASSERT_TRUE(seam.ClassifyPixels(Stage()));
     }
 
     std::vector<std::uint32_t> ScratchFile(int k) const {
@@ -83,8 +88,10 @@ public:
     }
 
     testsupport::TempDir dir;
-    std::unique_ptr<isodata::IsodataEngine<T>> engine;
-    std::vector<Report> reports;
+    isodata::IsodataEngine<T> engine;
+    isodata::EngineTestSeam<T> seam{engine};
+    isodata::EngineState& state = seam.State();
+    testsupport::Reports reports;
 };
 
 // One band of values, row by row.

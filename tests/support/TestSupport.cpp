@@ -1,7 +1,6 @@
+// The shared test helpers of TestSupport.h.
 #include "support/TestSupport.h"
 
-#include <cpl_conv.h>
-#include <cpl_error.h>
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
 
@@ -20,10 +19,8 @@ namespace testsupport {
 
 TempDir::TempDir() {
     std::string pattern = (fs::temp_directory_path() / "isodata-test-XXXXXX").string();
-    std::vector<char> buf(pattern.begin(), pattern.end());
-    buf.push_back('\0');
-    if (!mkdtemp(buf.data())) throw std::runtime_error("mkdtemp failed");
-    path_ = buf.data();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+    path_ = pattern;
 }
 
 TempDir::~TempDir() {
@@ -38,57 +35,36 @@ std::vector<std::string> TempDir::List() const {
     return names;
 }
 
-QuietGdalErrors::QuietGdalErrors() { CPLPushErrorHandler(CPLQuietErrorHandler); }
-QuietGdalErrors::~QuietGdalErrors() { CPLPopErrorHandler(); }
-
-void RegisterGdal() { GDALAllRegister(); }
-
-void WriteRaster(const std::string& path, const RasterTable& table, const char* driverName) {
+void WriteRaster(const std::string& path, const RasterTable& table) {
     RegisterGdal();
-    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(driverName);
-    ASSERT_NE(driver, nullptr) << driverName;
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("GTiff");
     const int bandCount = static_cast<int>(table.bands.size());
     GDALDataset* ds = driver->Create(path.c_str(), table.width, table.height, bandCount, table.type, nullptr);
     ASSERT_NE(ds, nullptr) << path;
-    if (!table.geoTransform.empty()) {
-        double gt[6];
-        std::copy(table.geoTransform.begin(), table.geoTransform.end(), gt);
-        ds->SetGeoTransform(gt);
-    }
-    if (table.wkt != "-") {
-        std::string wkt = table.wkt;
-        if (wkt.empty()) {
-            OGRSpatialReference srs;
-            srs.importFromEPSG(32633);
-            char* text = nullptr;
-            srs.exportToWkt(&text);
-            wkt = text;
-            CPLFree(text);
-        }
-        ds->SetProjection(wkt.c_str());
-    }
+    double gt[6] = {500000.0, 30.0, 0.0, 4200000.0, 0.0, -30.0};
+    ds->SetGeoTransform(gt);
+    OGRSpatialReference utm;
+    utm.importFromEPSG(32633);
+    ds->SetSpatialRef(&utm);
     for (int b = 0; b < bandCount; ++b) {
         std::vector<double> values = table.bands[b];
         ASSERT_EQ(values.size(), static_cast<size_t>(table.width) * table.height);
-        CPLErr err = ds->GetRasterBand(b + 1)->RasterIO(GF_Write, 0, 0, table.width, table.height, values.data(),
-                                                        table.width, table.height, GDT_Float64, 0, 0, nullptr);
-        ASSERT_EQ(err, CE_None);
+        ASSERT_EQ(ds->GetRasterBand(b + 1)->RasterIO(GF_Write, 0, 0, table.width, table.height, values.data(),
+                                                     table.width, table.height, GDT_Float64, 0, 0, nullptr),
+                  CE_None);
     }
     GDALClose(ds);
 }
 
 std::vector<double> ReadBand(const std::string& path, int band) {
     RegisterGdal();
-    GDALDataset* ds = static_cast<GDALDataset*>(GDALOpen(path.c_str(), GA_ReadOnly));
+    GDALDatasetUniquePtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER));
     if (!ds) throw std::runtime_error("cannot open " + path);
     const int w = ds->GetRasterXSize(), h = ds->GetRasterYSize();
     std::vector<double> values(static_cast<size_t>(w) * h);
     if (ds->GetRasterBand(band)->RasterIO(GF_Read, 0, 0, w, h, values.data(), w, h, GDT_Float64, 0, 0, nullptr) !=
-        CE_None) {
-        GDALClose(ds);
+        CE_None)
         throw std::runtime_error("cannot read " + path);
-    }
-    GDALClose(ds);
     return values;
 }
 
@@ -100,5 +76,10 @@ std::string ReadText(const std::string& path) {
 }
 
 bool FileExists(const std::string& path) { return fs::exists(path); }
+
+int RecordProgress(double percent, const char* text, void* reports) {
+    static_cast<Reports*>(reports)->emplace_back(percent, text ? text : "");
+    return 1;
+}
 
 } // namespace testsupport

@@ -1,13 +1,15 @@
-// Helpers shared by the tests: a temporary folder, a scoped quiet GDAL error
-// handler, and small rasters written from a table.
+// Helpers shared by the tests: a temporary folder, small GeoTIFFs written from
+// a table, files read back, and a progress callback that records its reports.
 #pragma once
+
+#include "GdalSession.h"
 
 #include <gdal.h>
 
 #include <QString>
 
-#include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testsupport {
@@ -30,15 +32,7 @@ private:
     std::string path_;
 };
 
-// Silences GDAL errors that a test provokes on purpose.
-class QuietGdalErrors {
-public:
-    QuietGdalErrors();
-    ~QuietGdalErrors();
-};
-
-// Registers GDAL's drivers once.
-void RegisterGdal();
+inline void RegisterGdal() { isodata::RegisterGdalDrivers(); }
 
 // Band-sequential pixel values: bands[b][y * width + x].
 using BandValues = std::vector<std::vector<double>>;
@@ -48,18 +42,20 @@ struct RasterTable {
     int height = 0;
     GDALDataType type = GDT_Byte;
     BandValues bands;
-    std::vector<double> geoTransform = {500000.0, 30.0, 0.0, 4200000.0, 0.0, -30.0};
-    std::string wkt;  // empty: EPSG:32633 is used; "-": none
 };
 
-// Writes a GeoTIFF (or another driver's file) with the given values.
-void WriteRaster(const std::string& path, const RasterTable& table, const char* driver = "GTiff");
+// Writes a GeoTIFF with the given values, 30 m pixels in UTM zone 33N.
+void WriteRaster(const std::string& path, const RasterTable& table);
 
 // Reads one band back as doubles.
 std::vector<double> ReadBand(const std::string& path, int band = 1);
 
-// Reads a whole text file.
 std::string ReadText(const std::string& path);
 bool FileExists(const std::string& path);
+
+// (percent, text) of every report, in order; RecordProgress appends to the
+// Reports its user pointer names.
+using Reports = std::vector<std::pair<double, std::string>>;
+int RecordProgress(double percent, const char* text, void* reports);
 
 } // namespace testsupport

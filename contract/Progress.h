@@ -1,7 +1,10 @@
-// Progress as the engine and the result output see it: a plain callback, an
-// opaque user pointer and the current stage text, plus the translation call
-// every user-visible text goes through.
+// Progress as the engine and the result output report it: a plain callback,
+// an opaque user pointer and the current stage text, plus the translation
+// call every user-visible text goes through. The run driver hands the
+// callback to the engine; the texts come from StageTexts.h.
 #pragma once
+
+#include "StageTexts.h"
 
 #include <QString>
 
@@ -10,11 +13,6 @@ namespace isodata {
 // (percent 0..100, NUL-terminated UTF-8 stage text, user pointer). The text is
 // valid only during the call.
 using ProgressFn = int (*)(double percent, const char* text, void* userData);
-
-// Translation contexts of the system's texts.
-inline constexpr const char* kFrameContext = "ISODataClassification";
-inline constexpr const char* kEngineContext = "CMXRVImageISOData";
-inline constexpr const char* kOutputContext = "CMXRVUnsupervisedClassification";
 
 // QCoreApplication::translate without disambiguation; without an installed
 // translator the English source text comes back.

@@ -1,6 +1,7 @@
-// The parameter record of one ISODATA classification request. The host fills
-// it and stores it in the algorithm object's parameter slot; the exact type is
-// checked there, so host and plug-in share this declaration.
+// The parameter record of one ISODATA classification request. A host (the
+// command line among them) fills it and stores it in the algorithm object's
+// parameter slot; Execute checks the exact type there, and the engine's setup
+// takes its values. Host and plug-in therefore share this one declaration.
 #pragma once
 
 #include <QString>

@@ -1,0 +1,36 @@
+// Every text a run shows the host, as English source strings, grouped by the
+// translation context it is looked up in. The plug-in reports them through
+// the progress signal; the command line recognises them when it draws
+// progress (the round counter inside the growing iteration prefix), so both
+// take them from here.
+#pragma once
+
+namespace isodata {
+
+// The algorithm object and the run driver.
+inline constexpr const char* kFrameContext = "ISODataClassification";
+inline constexpr const char* kWrongParameterType = "Type is Not stInfoClassificationISO!";
+inline constexpr const char* kRunStarted = "ISOData Is Runing...";
+
+// The engine's iteration driver. Inside the loop every stage text is the
+// prefix "Select Initial Cluster Center" + "<round>times iteration" for each
+// round so far, then the stage's own text.
+inline constexpr const char* kEngineContext = "CMXRVImageISOData";
+inline constexpr const char* kSelectInitialCenter = "Select Initial Cluster Center";
+inline constexpr const char* kStatisticalClassification = "Statistical classification";
+inline constexpr const char* kTimesIteration = "times iteration";
+inline constexpr const char* kComputingClusterCenter = "Computing Cluster Center";
+inline constexpr const char* kAverageDistance = "Calculate the average distance from the center of the class";
+inline constexpr const char* kSplit = "Split";
+inline constexpr const char* kSplitClassification = "Split-Statistical classification";
+inline constexpr const char* kMergeClassification = "Merger-Statistical classification";
+inline constexpr const char* kGenerateResultFile = "Generate result file";
+
+// The centre choice, the scratch files and the result output.
+inline constexpr const char* kOutputContext = "CMXRVUnsupervisedClassification";
+inline constexpr const char* kChoosingCenters = "Select Initial Cluster Center";
+inline constexpr const char* kScratchFilesFailed = "Temporary file creation failed!";
+inline constexpr const char* kGeneratingResultFile = "Generating result file";
+inline constexpr const char* kResultDescription = "ISODATA classification results";
+
+} // namespace isodata
