@@ -5,6 +5,8 @@
 
 #include "Paths.h"
 
+#include <GdalSession.h>
+
 #include <cpl_string.h>
 #include <gdal_priv.h>
 
@@ -46,7 +48,7 @@ std::string CheckFormat(const std::string& format, const std::vector<std::string
     CPLStringList list;
     for (const std::string& option : creationOptions) list.AddString(option.c_str());
     CPLErrorReset();
-    CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+    const isodata::QuietGdalErrors quiet;
     if (!GDALValidateCreationOptions(driver, list.List()))
         return std::string("-co: ") + CPLGetLastErrorMsg();
     return {};

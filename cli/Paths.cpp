@@ -1,6 +1,8 @@
-// Path helpers. Side-file names follow GDAL's rule (the extension of the
-// file name is replaced; dots in folder names never count).
+// Path helpers. Side-file names are the ones the contract gives GDAL's and
+// the host's rules.
 #include "Paths.h"
+
+#include <FileNames.h>
 
 #include <unistd.h>
 
@@ -11,21 +13,11 @@
 namespace fs = std::filesystem;
 
 namespace isodata_cli {
-namespace {
-
-std::string WithoutExtension(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const size_t dot = path.rfind('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return path;
-    return path.substr(0, dot);
-}
-
-} // namespace
 
 ResultFiles ResultFilesFor(const std::string& outputPath, bool envi) {
-    const std::string base = WithoutExtension(outputPath);
-    return {outputPath, envi ? base + ".hdr" : std::string(), outputPath + ".aux.xml", base + "_rpc.txt",
-            base + ".rpb"};
+    const isodata::RpcSideFiles rpc = isodata::RpcSideFilePaths(outputPath);
+    return {outputPath, envi ? isodata::EnviHeaderPath(outputPath) : std::string(), isodata::AuxXmlPath(outputPath),
+            rpc.text, rpc.rpb};
 }
 
 std::vector<std::string> ResultFiles::All() const {

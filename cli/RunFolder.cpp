@@ -11,6 +11,8 @@
 
 #include "Paths.h"
 
+#include <GdalSession.h>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -65,7 +67,7 @@ std::string WrapVirtualInput(const std::string& typed, const std::string& folder
     const std::string input = Anchored(typed);
     const std::string name = FileNameOf(input) + ".vrt";
     CPLErrorReset();
-    CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+    const isodata::QuietGdalErrors quiet;
     GDALDatasetUniquePtr source(GDALDataset::Open(input.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
     GDALDriver* vrt = GetGDALDriverManager()->GetDriverByName("VRT");
     GDALDatasetUniquePtr copy(source && vrt ? vrt->CreateCopy((folder + "/" + name).c_str(), source.get(), FALSE,

@@ -10,6 +10,8 @@
 #include "Convert.h"
 #include "Paths.h"
 
+#include <GdalSession.h>
+
 #include <climits>
 
 #include <cpl_error.h>
@@ -55,7 +57,7 @@ std::string OpenInput(const std::string& path, InputInfo& info) {
     CPLErrorReset();
     GDALDatasetUniquePtr ds;
     {
-        CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+        const isodata::QuietGdalErrors quiet;
         ds.reset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
     }
     if (!ds) {

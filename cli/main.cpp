@@ -1,7 +1,7 @@
 #include "Command.h"
 #include "Options.h"
 
-#include <gdal.h>
+#include <GdalSession.h>
 
 #include <unistd.h>
 
@@ -11,7 +11,7 @@
 
 int main(int argc, char** argv) {
     using namespace isodata_cli;
-    GDALAllRegister();
+    isodata::RegisterGdalDrivers();
     const ParseResult parsed = ParseArguments(std::vector<std::string>(argv + 1, argv + argc));
     switch (parsed.status) {
     case ParseStatus::Help:
