@@ -14,6 +14,9 @@ std::string DefaultPluginPath() {
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
     const std::string name = "libisodata.so";
     if (ec) return name;
+    // Beside the program in a build, in the library folder once installed.
+    const std::filesystem::path installed = self.parent_path() / ISODATA_LIBDIR_FROM_BINDIR / name;
+    if (std::filesystem::exists(installed, ec)) return installed.lexically_normal().string();
     return (self.parent_path() / name).string();
 }
 

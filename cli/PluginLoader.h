@@ -10,7 +10,8 @@
 
 namespace isodata_cli {
 
-// libisodata.so beside the running executable.
+// libisodata.so beside the running executable, or in the library folder of
+// the prefix it was installed into.
 std::string DefaultPluginPath();
 
 // An open plug-in library; closes it on destruction. Every object it created
