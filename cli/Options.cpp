@@ -228,6 +228,29 @@ std::string UsageText() {
            "               <input> <output>\n";
 }
 
+namespace {
+
+// How a run treats the files around it, and what its exit status says.
+std::string RunFolderHelp() {
+    return "The run folder: isodata works in a private folder it creates beside the\n"
+         "output (or under --tmpdir), holding links to the input's files, the\n"
+         "classification's working copy (up to as large as the input: 32-bit values\n"
+         "of every band at full, half or quarter size) and scratch files (4 bytes a\n"
+         "working-copy pixel), and the new result. Only when everything succeeded is\n"
+         "the result moved to <output>; otherwise, or when interrupted, the folder is\n"
+         "removed and no file of yours is changed. A folder left by a killed run is\n"
+         "removed by the next run in the same place. The input's folder is only read.\n\n"
+         "Exit status:\n"
+         "  0    the class raster (and preview) were written\n"
+         "  1    bad command line or input; nothing was run\n"
+         "  2    the classification failed (or the plug-in could not be loaded);\n"
+         "       nothing was changed\n"
+         "  3    the classification succeeded but the preview could not be written\n"
+         "  129, 130, 143  ended by SIGHUP, SIGINT (Ctrl-C) or SIGTERM; nothing was changed\n";
+}
+
+} // namespace
+
 std::string HelpText() {
     std::ostringstream s;
     s << "isodata: unsupervised ISODATA classification of a multi-band raster.\n\n"
@@ -285,21 +308,7 @@ std::string HelpText() {
          "                       beside this program.\n"
          "  --help               Show this text.\n"
          "  --version            Show the version.\n\n"
-         "The run folder: isodata works in a private folder it creates beside the\n"
-         "output (or under --tmpdir), holding links to the input's files, the\n"
-         "classification's working copy (up to as large as the input: 32-bit values\n"
-         "of every band at full, half or quarter size) and scratch files (4 bytes a\n"
-         "working-copy pixel), and the new result. Only when everything succeeded is\n"
-         "the result moved to <output>; otherwise, or when interrupted, the folder is\n"
-         "removed and no file of yours is changed. A folder left by a killed run is\n"
-         "removed by the next run in the same place. The input's folder is only read.\n\n"
-         "Exit status:\n"
-         "  0    the class raster (and preview) were written\n"
-         "  1    bad command line or input; nothing was run\n"
-         "  2    the classification failed (or the plug-in could not be loaded);\n"
-         "       nothing was changed\n"
-         "  3    the classification succeeded but the preview could not be written\n"
-         "  129, 130, 143  ended by SIGHUP, SIGINT (Ctrl-C) or SIGTERM; nothing was changed\n";
+      << RunFolderHelp();
     return s.str();
 }
 
