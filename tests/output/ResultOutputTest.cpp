@@ -40,7 +40,10 @@ TEST(LabelPixelTest, NearestCentreByCityBlockExceptBackgroundAndFarPixels) {
                    {"tie goes to the lower class", {10, 10}, {{30, 30}, {12, 10}, {8, 10}}, 2},
                    {"1e7 away stays unclassified", {1e7f, 0}, {{0, 0}}, 0},
                    {"just under 1e7 is labelled", {9999999.0f, 0}, {{0, 0}}, 1},
-                   {"no centres", {5, 5}, {}, 0}};
+                   {"no centres", {5, 5}, {}, 0},
+                   // The float nearest 1e-8 lies below it (background); the next one up does not.
+                   {"sum 0x1.5798eep-27 is background", {0x1.5798eep-27f}, {{0}}, 0},
+                   {"sum 0x1.5798f0p-27 is labelled", {0x1.5798f0p-27f}, {{0}}, 1}};
     for (const auto& c : cases) {
         std::vector<const float*> rows;
         for (const float& v : c.pixel) rows.push_back(&v);
