@@ -31,6 +31,7 @@ bool ClassFiles::Create(const QString& inputPath, std::uint64_t classCount) {
     buffers_.assign(n * kBufferEntries, 0);
     files_.clear();
     files_.reserve(n);
+    allWritten_ = true;
     for (std::size_t k = 0; k < n; ++k) {
         auto file = std::unique_ptr<QFile>(new (std::nothrow) QFile(ClassFileName(inputPath, k)));
         if (!file) return false;
@@ -44,7 +45,8 @@ bool ClassFiles::Create(const QString& inputPath, std::uint64_t classCount) {
 
 void ClassFiles::WriteBuffer(std::size_t k) {
     const char* data = reinterpret_cast<const char*>(&buffers_[k * kBufferEntries]);
-    files_[k]->write(data, static_cast<qint64>(fill_[k]) * sizeof(std::uint32_t));
+    const qint64 bytes = static_cast<qint64>(fill_[k]) * static_cast<qint64>(sizeof(std::uint32_t));
+    if (files_[k]->write(data, bytes) != bytes) allWritten_ = false;
     fill_[k] = 0;
 }
 
@@ -67,6 +69,7 @@ void ClassFiles::ReadNext(std::size_t k, std::uint32_t n, std::vector<std::uint3
 void ClassFiles::Remove(const QString& inputPath, std::uint64_t classCount) {
     std::vector<std::uint32_t>().swap(buffers_);
     std::vector<std::int32_t>().swap(fill_);
+    allWritten_ = false;
     for (std::uint64_t k = 0; k <= classCount; ++k) {
         const QString name = ClassFileName(inputPath, k);
         if (!QFile::exists(name)) continue;

@@ -54,6 +54,8 @@ public:
     void Remove(const QString& inputPath, std::uint64_t classCount);
 
     std::size_t FileCount() const { return files_.size(); }
+    // True while every index appended since Create reached its file.
+    bool AllWritten() const { return allWritten_; }
 
 private:
     void WriteBuffer(std::size_t k);
@@ -61,6 +63,7 @@ private:
     std::vector<std::unique_ptr<QFile>> files_;
     std::vector<std::uint32_t> buffers_;
     std::vector<std::int32_t> fill_;
+    bool allWritten_ = false;
 };
 
 } // namespace isodata

@@ -94,6 +94,8 @@ public:
     std::vector<double> meanDistances;                   // [cluster]
     std::vector<std::int32_t> classPixelCounts;          // [cluster]
     std::vector<std::vector<double>> classStdDevs;       // [cluster][rank], descending
+    std::vector<double> memberSums;                      // [cluster * bands + band], members' values
+    bool memberSumsCurrent = false;                      // memberSums add up what the scratch files hold
 
 private:
     QString StageText(const char* sourceText) const;

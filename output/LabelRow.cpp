@@ -1,9 +1,8 @@
 // The labelling kernel, compiled once per instruction set.
 //
-//  1. A row goes in tiles of kTile pixels held in GCC vector types of 16
-//     lanes, so the distances, best distances and labels of a tile stay in
-//     registers while every centre and band passes over them. The baseline
-//     copy runs a vector as four SSE halves, AVX2 as two, AVX-512 as one.
+//  1. A row goes in tiles of kVectors vectors of floats as wide as one
+//     register, so the distances, best distances and labels of a tile stay
+//     in registers while every centre and band passes over them.
 //  2. Per pixel: the distance to each centre summed band by band; a strictly
 //     smaller distance takes the class; then the band values are summed to
 //     find background pixels.
@@ -11,13 +10,14 @@
 //     the same way; only its real pixels are kept.
 #include "LabelRow.h"
 
+#include "Lanes.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <vector>
 
-// The vector-typed helpers are inlined into callers compiled for the same
-// instruction set, so no vector crosses a call of another set's ABI.
+// Vectors pass only between functions inlined into one copy (see Lanes.h).
 #pragma GCC diagnostic ignored "-Wpsabi"
 
 namespace isodata {
@@ -28,24 +28,6 @@ constexpr double kBackgroundSum = 1e-8;
 constexpr float kDistanceCeiling = 1e7f;
 // Vectors per tile: independent chains of additions for the CPU to overlap.
 constexpr std::size_t kVectors = 2;
-
-// Vectors of Lanes floats, and the matching integers, as wide as one
-// register of the instruction set the copy is compiled for.
-template <std::size_t Lanes>
-struct Vec {
-    typedef float Floats __attribute__((vector_size(Lanes * sizeof(float))));
-    typedef std::int32_t Ints __attribute__((vector_size(Lanes * sizeof(std::int32_t))));
-
-    static ISODATA_ALWAYS_INLINE Floats Load(const float* p) {
-        Floats v;
-        std::memcpy(&v, p, sizeof v);
-        return v;
-    }
-    // |v|: the sign bit cleared, as fabs does.
-    static ISODATA_ALWAYS_INLINE Floats Abs(Floats v) {
-        return reinterpret_cast<Floats>(reinterpret_cast<Ints>(v) & 0x7fffffff);
-    }
-};
 
 // The smallest float whose double value is not below kBackgroundSum: a float
 // sum s has (double)s < kBackgroundSum exactly when s < this threshold.
@@ -58,32 +40,34 @@ float BackgroundThreshold() {
 template <std::size_t Lanes>
 ISODATA_ALWAYS_INLINE void LabelTile(const float* const* rows, std::size_t x0, const LabelCenters& centers,
                                      float background, std::int32_t* labels) {
-    using V = Vec<Lanes>;
-    typename V::Floats best[kVectors];
-    typename V::Ints label[kVectors];
+    using Floats = lanes::Vector<float, Lanes>;
+    using Ints = lanes::Vector<std::int32_t, Lanes>;
+    Floats best[kVectors];
+    Ints label[kVectors];
     for (std::size_t v = 0; v < kVectors; ++v) {
-        best[v] = typename V::Floats{} + kDistanceCeiling;
-        label[v] = typename V::Ints{};
+        best[v] = lanes::Broadcast<Lanes>(kDistanceCeiling);
+        label[v] = Ints{};
     }
     const float* centre = centers.values.data();
     for (std::size_t c = 0; c < centers.clusters; ++c, centre += centers.bands) {
-        typename V::Floats dist[kVectors] = {};
+        Floats dist[kVectors] = {};
         for (std::size_t k = 0; k < centers.bands; ++k) {
-            const typename V::Floats m = typename V::Floats{} + centre[k];
-            for (std::size_t v = 0; v < kVectors; ++v) dist[v] += V::Abs(V::Load(rows[k] + x0 + v * Lanes) - m);
+            const Floats m = lanes::Broadcast<Lanes>(centre[k]);
+            for (std::size_t v = 0; v < kVectors; ++v)
+                dist[v] += lanes::Abs(lanes::Load<Lanes>(rows[k] + x0 + v * Lanes) - m);
         }
-        const typename V::Ints cls = typename V::Ints{} + static_cast<std::int32_t>(c + 1);
+        const Ints cls = lanes::Broadcast<Lanes>(static_cast<std::int32_t>(c + 1));
         for (std::size_t v = 0; v < kVectors; ++v) {
-            const typename V::Ints nearer = dist[v] < best[v];
+            const Ints nearer = dist[v] < best[v];
             best[v] = nearer ? dist[v] : best[v];
             label[v] = nearer ? cls : label[v];
         }
     }
-    typename V::Floats sum[kVectors] = {};
+    Floats sum[kVectors] = {};
     for (std::size_t k = 0; k < centers.bands; ++k)
-        for (std::size_t v = 0; v < kVectors; ++v) sum[v] += V::Load(rows[k] + x0 + v * Lanes);
+        for (std::size_t v = 0; v < kVectors; ++v) sum[v] += lanes::Load<Lanes>(rows[k] + x0 + v * Lanes);
     for (std::size_t v = 0; v < kVectors; ++v) {
-        const typename V::Ints kept = V::Abs(sum[v]) < background ? typename V::Ints{} : label[v];
+        const Ints kept = lanes::Abs(sum[v]) < background ? Ints{} : label[v];
         std::memcpy(labels + v * Lanes, &kept, sizeof kept);
     }
 }
