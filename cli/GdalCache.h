@@ -3,11 +3,12 @@
 
 namespace isodata_cli {
 
-// Block cache of the command: the reads keep only a few rows of every band,
-// and the clustering one row of blocks of its reduced copy, so a fixed size
-// serves scenes of any size. GDAL's own default grows with the machine's
-// memory instead.
-constexpr long long kGdalCacheBytes = 64ll << 20;
+// The command's reads take whole blocks of all bands at once and keep what
+// they need in their own buffers, so the cache only has to hold the blocks of
+// one call: a few rows of the input, one batch of the working copy. GDAL's
+// own default grows with the machine's memory instead, and every block it
+// keeps is memory the run holds.
+constexpr long long kGdalCacheBytes = 16ll << 20;
 
 // Sets GDAL's block cache to kGdalCacheBytes unless the user set
 // GDAL_CACHEMAX (in the environment or GDAL's configuration).

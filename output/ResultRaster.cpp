@@ -1,11 +1,14 @@
 // The result pass: reads the full-size input as 32-bit floats, labels every
 // pixel by its nearest centre, and writes the labels as bytes.
 //
-//  1. Rows are read a strip at a time, every chosen band in one call (the
-//     same values as one row of one band at a time, one pass over the file).
-//  2. Each row is labelled (LabelRow) and its labels kept as their low byte;
-//     progress advances by 100 / H per row.
-//  3. The strip's labels are written to band 1 in one call.
+//  1. The input is read in windows of whole blocks, every chosen band in one
+//     call: strips of 16 rows when the file is striped, strips a tile high
+//     and a few tiles wide when it is tiled, so every block is read once
+//     whatever the block cache holds.
+//  2. Each row of a window is labelled (LabelRow) and its labels kept as
+//     their low byte.
+//  3. Once a strip is done, progress advances by 100 / H for each of its rows
+//     and its labels are written to band 1 in one call.
 #include "ResultRaster.h"
 
 #include "BandSlots.h"
@@ -20,48 +23,67 @@ namespace isodata {
 namespace {
 
 constexpr const char* kGeneratingResultFile = "Generating result file";
-// Rows read per GDAL call; bounds the buffers to a few rows per band.
+// Rows of a striped file read per call; bounds the buffers to a few rows.
 constexpr int kRowsPerRead = 16;
+// Bytes of floats a window of a tiled file may hold.
+constexpr std::size_t kWindowBytes = std::size_t{8} << 20;
 
-// A strip of rows of the chosen bands as floats. Each band the source has is
-// read once however often the list names it; a band it lacks reads as zeros.
-class StripReader {
+// Strip height and window width of the reads.
+struct WindowShape {
+    int rows, columns;
+};
+
+WindowShape ShapeWindows(GDALDataset* source, std::size_t bands, int width) {
+    int blockWidth = width, blockHeight = 1;
+    if (source && source->GetRasterCount() > 0) source->GetRasterBand(1)->GetBlockSize(&blockWidth, &blockHeight);
+    if (blockWidth >= width || blockWidth < 1 || blockHeight < 1) return {kRowsPerRead, width};
+    const int rows = std::max(kRowsPerRead, blockHeight);
+    const std::size_t blockBytes = static_cast<std::size_t>(rows) * static_cast<std::size_t>(blockWidth) *
+                                   std::max<std::size_t>(bands, 1) * sizeof(float);
+    const auto blocks = static_cast<int>(std::max<std::size_t>(1, kWindowBytes / blockBytes));
+    return {rows, std::min(width, blocks * blockWidth)};
+}
+
+// A window of rows of the chosen bands as floats. Each band the source has
+// is read once however often the list names it; a band it lacks reads as
+// zeros.
+class WindowReader {
 public:
-    StripReader(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
-                const std::vector<std::uint32_t>& bandIndices, int width)
+    WindowReader(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+                 const std::vector<std::uint32_t>& bandIndices, WindowShape shape)
         : source_(source),
           slots_(source && source->GetGDALDataset() ? source->GetGDALDataset()->GetRasterCount() : 0, bandIndices),
-          width_(static_cast<std::size_t>(width)),
+          plane_(static_cast<std::size_t>(shape.rows) * static_cast<std::size_t>(shape.columns)),
           // Zeros at first: a band that fails to read keeps the previous rows.
-          values_(slots_.Count() * width_ * kRowsPerRead, 0.0f),
-          zeros_(width_, 0.0f) {}
+          values_(slots_.Count() * plane_, 0.0f),
+          zeros_(static_cast<std::size_t>(shape.columns), 0.0f) {}
 
-    void Read(int y0, int count) {
+    void Read(int x0, int y0, int columns, int rows) {
+        columns_ = static_cast<std::size_t>(columns);
         if (slots_.Count() == 0) return;
-        const GSpacing line = static_cast<GSpacing>(width_ * sizeof(float));
-        const int width = static_cast<int>(width_);
-        if (source_->GetGDALDataset()->RasterIO(GF_Read, 0, y0, width, count, values_.data(), width, count,
+        const GSpacing line = static_cast<GSpacing>(columns_ * sizeof(float));
+        if (source_->GetGDALDataset()->RasterIO(GF_Read, x0, y0, columns, rows, values_.data(), columns, rows,
                                                 GDT_Float32, static_cast<int>(slots_.Count()),
-                                                slots_.BandMap().data(), sizeof(float), line, line * kRowsPerRead,
-                                                nullptr) == CE_None)
+                                                slots_.BandMap().data(), sizeof(float), line,
+                                                static_cast<GSpacing>(plane_ * sizeof(float)), nullptr) == CE_None)
             return;
         // Band by band after a failure, so each band keeps what its own read leaves.
         for (std::size_t s = 0; s < slots_.Count(); ++s)
-            ReadBandRegion(source_, slots_.BandMap()[s] - 1, 0, y0, width, count, 1.0, 1.0,
-                           values_.data() + s * width_ * kRowsPerRead, GDT_Float32);
+            ReadBandRegion(source_, slots_.BandMap()[s] - 1, x0, y0, columns, rows, 1.0, 1.0,
+                           values_.data() + s * plane_, GDT_Float32);
     }
 
-    // Row r of the strip in the entry-th band of the list.
+    // Row r of the window in the entry-th band of the list.
     const float* Row(std::size_t entry, int r) const {
         const std::size_t slot = slots_.SlotOf(entry);
         if (slot == BandSlots::kMissing) return zeros_.data();
-        return values_.data() + (slot * kRowsPerRead + static_cast<std::size_t>(r)) * width_;
+        return values_.data() + slot * plane_ + static_cast<std::size_t>(r) * columns_;
     }
 
 private:
     const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source_;
     BandSlots slots_;
-    std::size_t width_;
+    std::size_t plane_, columns_ = 0;
     std::vector<float> values_, zeros_;
 };
 
@@ -96,10 +118,11 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
                                   ProgressFn progress, void* userData) {
     const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
     const std::size_t w = static_cast<std::size_t>(width);
-    StripReader strip(source, bandIndices, width);
+    const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
+    WindowReader window(source, bandIndices, shape);
     std::vector<const float*> rows(bandIndices.size());
-    std::vector<std::int32_t> labels(w);
-    std::vector<std::uint8_t> out(w * kRowsPerRead);
+    std::vector<std::int32_t> labels(static_cast<std::size_t>(shape.columns));
+    std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
     GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
 
@@ -107,15 +130,20 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     StageProgress(progress, userData, text).Report(0.0);
     const double step = 100.0 / height;
     double done = 0.0;
-    for (int y0 = 0; y0 < height; y0 += kRowsPerRead) {
-        const int count = std::min(kRowsPerRead, height - y0);
-        strip.Read(y0, count);
+    for (int y0 = 0; y0 < height; y0 += shape.rows) {
+        const int count = std::min(shape.rows, height - y0);
+        for (int x0 = 0; x0 < width; x0 += shape.columns) {
+            const int columns = std::min(shape.columns, width - x0);
+            window.Read(x0, y0, columns, count);
+            for (int r = 0; r < count; ++r) {
+                for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.Row(k, r);
+                LabelRow(rows.data(), static_cast<std::size_t>(columns), centers, labels.data());
+                // Class numbers above 255 keep their low byte.
+                std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * w + static_cast<std::size_t>(x0);
+                for (int x = 0; x < columns; ++x) row[x] = static_cast<std::uint8_t>(labels[static_cast<std::size_t>(x)]);
+            }
+        }
         for (int r = 0; r < count; ++r) {
-            for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = strip.Row(k, r);
-            LabelRow(rows.data(), w, centers, labels.data());
-            // Class numbers above 255 keep their low byte.
-            std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * w;
-            for (std::size_t x = 0; x < w; ++x) row[x] = static_cast<std::uint8_t>(labels[x]);
             done += step;
             StageProgress(progress, userData, text).Report(done);
         }

@@ -54,12 +54,14 @@ TEST(LabelPixelTest, NearestCentreByCityBlockExceptBackgroundAndFarPixels) {
 class ResultFileTest : public ::testing::Test {
 protected:
     KalUtility::_ptr_t<KalDataSource::RasterDataset> WriteSource(int width, int height,
-                                                                 const testsupport::BandValues& bands) {
+                                                                 const testsupport::BandValues& bands,
+                                                                 std::vector<std::string> options = {}) {
         testsupport::RasterTable raster;
         raster.width = width;
         raster.height = height;
         raster.type = GDT_Float32;
         raster.bands = bands;
+        raster.options = std::move(options);
         testsupport::WriteRaster(dir.File("source.tif"), raster);
         return factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
     }
@@ -113,6 +115,29 @@ TEST_F(ResultFileTest, WholePassKeepsTheLowByteOfClassNumbersAndReportsEveryRow)
         EXPECT_NEAR(reports[i].first, i * 100.0 / kHeight, 1e-9) << i;
         EXPECT_EQ(reports[i].second, "Generating result file") << i;
     }
+}
+
+TEST_F(ResultFileTest, TiledSourceIsLabelledWindowByWindow) {
+    // Six bands in 256-pixel tiles: a strip one tile high is read five tiles
+    // (1280 columns) at a time, so the 1500 columns take two windows. Band 1
+    // holds 10, 20, .. 50 by column, the centre of class 1 .. 5.
+    constexpr int kWidth = 1500, kHeight = 20;
+    testsupport::BandValues bands(6, std::vector<double>(kWidth * kHeight, 0.0));
+    for (int i = 0; i < kWidth * kHeight; ++i) bands[0][i] = 10.0 * (1 + i % kWidth % 5);
+    Reports reports;
+    {
+        const auto source = WriteSource(kWidth, kHeight, bands, {"TILED=YES"});
+        const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), kWidth, kHeight, 1,
+                                                        KalDataSource::PDT_Byte, "ENVI");
+        ASSERT_TRUE(source && result);
+        isodata::GenerateResultRaster(source, result, {0, 1, 2, 3, 4, 5},
+                                      Centers({{10, 0, 0, 0, 0, 0}, {20, 0, 0, 0, 0, 0}, {30, 0, 0, 0, 0, 0},
+                                               {40, 0, 0, 0, 0, 0}, {50, 0, 0, 0, 0, 0}}, 6),
+                                      Record, &reports);
+    }
+    const std::vector<double> labels = testsupport::ReadBand(dir.File("classes.img"));
+    for (int i = 0; i < kWidth * kHeight; ++i) ASSERT_EQ(labels[i], 1 + i % kWidth % 5) << "pixel " << i;
+    EXPECT_EQ(reports.size(), kHeight + 1u);
 }
 
 TEST(ClassMetadataTest, FewClustersGiveExactlyTheseNamesColoursAndHeaderEntries) {

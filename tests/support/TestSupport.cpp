@@ -48,7 +48,9 @@ void WriteRaster(const std::string& path, const RasterTable& table, const char* 
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(driverName);
     ASSERT_NE(driver, nullptr) << driverName;
     const int bandCount = static_cast<int>(table.bands.size());
-    GDALDataset* ds = driver->Create(path.c_str(), table.width, table.height, bandCount, table.type, nullptr);
+    CPLStringList options;
+    for (const std::string& o : table.options) options.AddString(o.c_str());
+    GDALDataset* ds = driver->Create(path.c_str(), table.width, table.height, bandCount, table.type, options.List());
     ASSERT_NE(ds, nullptr) << path;
     if (!table.geoTransform.empty()) {
         double gt[6];

@@ -50,6 +50,7 @@ struct RasterTable {
     BandValues bands;
     std::vector<double> geoTransform = {500000.0, 30.0, 0.0, 4200000.0, 0.0, -30.0};
     std::string wkt;  // empty: EPSG:32633 is used; "-": none
+    std::vector<std::string> options;  // creation options, such as "TILED=YES"
 };
 
 // Writes a GeoTIFF (or another driver's file) with the given values.
