@@ -23,6 +23,7 @@ QString ClassFileName(const QString& inputPath, std::uint64_t k);
 class ClassFiles {
 public:
     static constexpr int kBufferEntries = 65536;
+    static constexpr qint64 kReadAheadBytes = 65536;
 
     ClassFiles() = default;
     ~ClassFiles();
@@ -46,7 +47,8 @@ public:
     // Makes the next reads of file k start from its beginning.
     void Rewind(std::size_t k);
     // Reads the next n indices of file k into out (resized to n). Entries a
-    // short read leaves unfilled are 0.
+    // short read leaves unfilled are 0. The file is read ahead in runs of
+    // kReadAheadBytes; the bytes handed out are the file's, in its order.
     void ReadNext(std::size_t k, std::uint32_t n, std::vector<std::uint32_t>& out);
 
     // Closes and deletes files 0..classCount of inputPath that exist, and
@@ -58,11 +60,18 @@ public:
     bool AllWritten() const { return allWritten_; }
 
 private:
+    // Bytes of one file read ahead and not yet handed out.
+    struct ReadAhead {
+        std::vector<char> bytes;
+        std::size_t next = 0;
+    };
+
     void WriteBuffer(std::size_t k);
 
     std::vector<std::unique_ptr<QFile>> files_;
     std::vector<std::uint32_t> buffers_;
     std::vector<std::int32_t> fill_;
+    std::vector<ReadAhead> readAhead_;
     bool allWritten_ = false;
 };
 

@@ -74,7 +74,7 @@ TEST(ClassifyPixelsTest, NoClusterLeftCountsNothing) {
     EXPECT_TRUE(h.ScratchFile(0).empty());
 }
 
-TEST(ClassifyPixelsTest, AFullWriteBufferIsWrittenBeforeTheNextIndex) {
+TEST(ClassifyPixelsTest, IndicesBeyondOneBufferAreWrittenInOrderAndReadBackInAnyRuns) {
     EngineHarness<std::uint8_t> h;
     // One block of 300 x 300 = 90 000 pixels, all in cluster 0: more than
     // one buffer of 65 536 indices.
@@ -83,6 +83,16 @@ TEST(ClassifyPixelsTest, AFullWriteBufferIsWrittenBeforeTheNextIndex) {
     const std::vector<std::uint32_t> indices = h.ScratchFile(0);
     ASSERT_EQ(indices.size(), 90000u);
     for (std::uint32_t i = 0; i < indices.size(); ++i) ASSERT_EQ(indices[i], i);
+    // Runs that straddle the reader's 64 KiB read-ahead; past the end, zeros.
+    h.engine->classFiles.Rewind(0);
+    std::vector<std::uint32_t> run;
+    std::uint32_t next = 0;
+    for (const std::uint32_t n : {16000u, 16385u, 57615u}) {
+        h.engine->classFiles.ReadNext(0, n, run);
+        for (const std::uint32_t v : run) ASSERT_EQ(v, next++);
+    }
+    h.engine->classFiles.ReadNext(0, 3, run);
+    EXPECT_EQ(run, (std::vector<std::uint32_t>{0, 0, 0}));
 }
 
 } // namespace
