@@ -45,8 +45,12 @@ struct SourceWindow {
 };
 
 std::optional<SourceWindow> FollowOverviews(GDALRasterBand* band, int width, int height) {
+    // Overviews of overviews go a level or two deep; a longer chain is a
+    // malformed file, left to the whole-band read.
+    constexpr int kDeepest = 8;
     SourceWindow w{band, 0, 0, band->GetXSize(), band->GetYSize()};
-    while ((width < w.xSize || height < w.ySize) && w.band->GetOverviewCount() > 0) {
+    for (int depth = 0; (width < w.xSize || height < w.ySize) && w.band->GetOverviewCount() > 0; ++depth) {
+        if (depth == kDeepest) return std::nullopt;
         GDALRasterIOExtraArg extra;
         INIT_RASTERIO_EXTRA_ARG(extra);
         const int level = GDALBandGetBestOverviewLevel2(w.band, w.xOff, w.yOff, w.xSize, w.ySize, width, height, &extra);
