@@ -1,27 +1,38 @@
 #!/usr/bin/env bash
-# Times isodata on enlarged copies of the sample scene against the I/O floor
-# (reading every band once and writing one Byte band) and prints a table.
+# Times isodata on enlarged copies of the sample scene beside the read-all
+# floor (one multi-band read of every band, one Byte band written) and, when
+# GRASS is installed, GRASS's i.cluster + i.maxlik with 10 classes on the
+# same files; prints one table of medians.
 #
-#   bench/run.sh [size ...]        default sizes: 2000 8000 (pixels a side)
+#   bench/run.sh [size ...]      default sizes: 2000 8000 16000 (pixels a side)
+#   BENCH_LARGE=1 bench/run.sh   adds 32000 to the default sizes (6 GB file)
+#   BENCH_REPEATS=5 bench/run.sh runs of each tool per size (default 3)
 #
 # BUILD_DIR selects the build to time (default: build/, built with
-# scripts/build.sh when its binaries are missing). Workloads are cached in
-# $BUILD_DIR/bench/workloads/ and reused by later runs.
+# scripts/build.sh when its binaries are missing). Workloads, GRASS locations
+# and the last run's time -v reports are kept in $BUILD_DIR/bench/workloads/.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=${BUILD_DIR:-$here/build}
 scene="$here/data/L7_ETMs.tif"
+repeats=${BENCH_REPEATS:-3}
 sizes=("$@")
-[ ${#sizes[@]} -gt 0 ] || sizes=(2000 8000)
+if [ ${#sizes[@]} -eq 0 ]; then
+  sizes=(2000 8000 16000)
+  [ -z "${BENCH_LARGE:-}" ] || sizes+=(32000)
+fi
 
 # Fixed parameters, so that a change of the CLI's defaults does not change
 # what is measured.
 params=(-classes 8 -initial 4 -min-size 20 -merge-pairs 2 -iter 10 -std 10 -merge-dist 20)
+grass_classes=10
 
 for tool in gdal_translate /usr/bin/time; do
   command -v "$tool" >/dev/null || { echo "bench: $tool is missing (run scripts/setup.sh)" >&2; exit 1; }
 done
+grass=$(command -v grass || true)
+[ -n "$grass" ] || echo "bench: GRASS is not installed (apt-get install grass-core); its columns stay empty"
 [ -s "$scene" ] || "$here/scripts/fetch-sample.sh"
 if [ ! -x "$build/bin/isodata" ] || [ ! -x "$build/bin/isodata_io_floor" ]; then
   if [ -n "${BUILD_DIR:-}" ]; then
@@ -37,19 +48,37 @@ mkdir -p "$work"
 # "h:mm:ss" or "m:ss.ss" as printed by time -v, in seconds.
 seconds() { awk -F: '{ s = 0; for (i = 1; i <= NF; i++) s = s * 60 + $i; printf "%.2f", s }' <<<"$1"; }
 field() { sed -n "s/^[[:space:]]*$1: //p" "$2"; }
+median() { printf '%s\n' "$@" | sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "-" }'; }
 
-# Runs a command under time -v; sets wall, cpu and peak_mb.
+# Runs a command under time -v, quietly; appends wall, CPU and peak MB to the
+# arrays named <prefix>_wall, <prefix>_cpu and <prefix>_peak.
 measure() {
-  local report="$1"
-  shift
-  if ! /usr/bin/time -v -o "$report" "$@"; then
-    echo "bench: failed: $*" >&2
+  local prefix=$1 report=$2
+  shift 2
+  if ! /usr/bin/time -v -o "$report" "$@" >"$report.out" 2>&1; then
+    echo "bench: failed: $* (see $report.out)" >&2
     exit 1
   fi
+  local wall cpu peak
   wall=$(seconds "$(field 'Elapsed (wall clock) time (h:mm:ss or m:ss)' "$report")")
   cpu=$(awk -v u="$(field 'User time (seconds)' "$report")" -v s="$(field 'System time (seconds)' "$report")" \
     'BEGIN { printf "%.2f", u + s }')
-  peak_mb=$(awk -v k="$(field 'Maximum resident set size (kbytes)' "$report")" 'BEGIN { printf "%.0f", k / 1024 }')
+  peak=$(awk -v k="$(field 'Maximum resident set size (kbytes)' "$report")" 'BEGIN { printf "%.0f", k / 1024 }')
+  eval "${prefix}_wall+=($wall) ${prefix}_cpu+=($cpu) ${prefix}_peak+=($peak)"
+}
+
+# A GRASS location over the workload, its bands imported into GRASS's own
+# raster format (as GRASS users work) and grouped; made once per workload,
+# so the import is not timed.
+grass_location() {
+  local input=$1 location=$2
+  [ -d "$location/PERMANENT/group/g" ] && return
+  rm -rf "$location"
+  "$grass" -c "$input" -e "$location" >/dev/null 2>&1
+  "$grass" "$location/PERMANENT" --exec sh -c \
+    "r.in.gdal input='$input' output=b --quiet && g.region raster=b.1 &&
+     i.group group=g subgroup=g input=\$(g.list type=raster pattern='b.*' separator=comma) --quiet" >/dev/null 2>&1
 }
 
 rows=()
@@ -60,24 +89,41 @@ for size in "${sizes[@]}"; do
     gdal_translate -q -of GTiff -co COMPRESS=NONE -outsize "$size" "$size" -r bilinear "$scene" "$input.part.tif"
     mv "$input.part.tif" "$input"
   fi
-  # Both timings start from a warm page cache.
+  location="$work/grass_${size}"
+  [ -z "$grass" ] || grass_location "$input" "$location"
+  # Every timing starts from a warm page cache.
   cat "$input" >/dev/null
 
-  echo "bench: ${size} x ${size}: isodata"
-  measure "$work/time_run_$size.txt" "$build/bin/isodata" -q -overwrite "${params[@]}" "$input" "$work/classes_$size"
-  run_wall=$wall run_cpu=$cpu run_peak=$peak_mb
+  run_wall=() run_cpu=() run_peak=() floor_wall=() floor_cpu=() floor_peak=()
+  grass_wall=() grass_cpu=() grass_peak=()
+  for ((r = 1; r <= repeats; r++)); do
+    echo "bench: ${size} x ${size}, round $r of $repeats"
+    measure run "$work/time_run_$size.txt" \
+      "$build/bin/isodata" -q -overwrite "${params[@]}" "$input" "$work/classes_$size"
+    rm -f "$work/floor_$size" "$work/floor_$size.hdr" "$work/floor_$size.aux.xml"
+    measure floor "$work/time_floor_$size.txt" "$build/bin/isodata_io_floor" "$input" "$work/floor_$size"
+    rm -f "$work/floor_$size" "$work/floor_$size.hdr" "$work/floor_$size.aux.xml"
+    if [ -n "$grass" ]; then
+      measure grass "$work/time_grass_$size.txt" "$grass" "$location/PERMANENT" --exec sh -c \
+        "i.cluster group=g subgroup=g signaturefile=sig classes=$grass_classes --quiet --overwrite &&
+         i.maxlik group=g subgroup=g signaturefile=sig output=classes --quiet --overwrite"
+    fi
+  done
 
-  echo "bench: ${size} x ${size}: I/O floor"
-  rm -f "$work/floor_$size" "$work/floor_$size.hdr"
-  measure "$work/time_floor_$size.txt" "$build/bin/isodata_io_floor" "$input" "$work/floor_$size"
-  floor_wall=$wall
-  rm -f "$work/floor_$size" "$work/floor_$size.hdr" "$work/floor_$size.aux.xml"
-
-  ratio=$(awk -v r="$run_wall" -v f="$floor_wall" 'BEGIN { if (f > 0) printf "%.1f", r / f; else print "-" }')
-  rows+=("$(printf '%-12s %10s %10s %9s %10s %10s' "${size}x${size}" "$run_wall" "$run_cpu" "$run_peak" \
-    "$floor_wall" "$ratio")")
+  rw=$(median "${run_wall[@]}") fw=$(median "${floor_wall[@]}")
+  gw=- gp=- speedup=-
+  if [ -n "$grass" ]; then
+    gw=$(median "${grass_wall[@]}") gp=$(median "${grass_peak[@]}") speedup=$(ratio "$gw" "$rw")
+  fi
+  rows+=("$(printf '| %-11s | %8s | %7s | %7s | %8s | %9s | %8s | %8s | %8s |' "${size}x${size}" "$rw" \
+    "$(median "${run_cpu[@]}")" "$(median "${run_peak[@]}")" "$fw" "$(ratio "$rw" "$fw")" "$gw" "$gp" "$speedup")")
 done
 
 echo
-printf '%-12s %10s %10s %9s %10s %10s\n' workload "run wall s" "run CPU s" "peak MB" "floor wall" "run/floor"
+echo "$(nproc) cores, $(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1); $(gdalinfo --version)"
+echo "medians of $repeats alternating runs; times in seconds, memory as peak resident MB"
+echo
+printf '| %-11s | %8s | %7s | %7s | %8s | %9s | %8s | %8s | %8s |\n' workload "run wall" "run CPU" "peak MB" \
+  "floor" "run/floor" "GRASS" "GRASS MB" "speed-up"
+echo "|-------------|----------|---------|---------|----------|-----------|----------|----------|----------|"
 printf '%s\n' "${rows[@]}"

@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "GdalCache.h"
 #include "Options.h"
 
 #include <GdalSession.h>
@@ -11,6 +12,7 @@
 
 int main(int argc, char** argv) {
     using namespace isodata_cli;
+    BoundGdalBlockCache();
     isodata::RegisterGdalDrivers();
     const ParseResult parsed = ParseArguments(std::vector<std::string>(argv + 1, argv + argc));
     switch (parsed.status) {

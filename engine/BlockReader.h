@@ -6,8 +6,15 @@
 // element y * blockWidth + x. A partial block (right column, bottom row) is
 // zeroed first and its w x h pixels land in the top-left corner. A band the
 // dataset lacks is not read; its buffer keeps what it held.
+//
+// Passes visit the blocks row by row, so the reader holds the rows of the
+// current block row, every band read in one call, and serves each block of
+// the row from them: each row of the image is read once per pass whatever
+// the block cache holds. If that read fails, the blocks of the row are read
+// band by band as a block each, which is what they would hold without it.
 #pragma once
 
+#include "BandSlots.h"
 #include "PixelTypes.h"
 
 #include <gdal_priv.h>
@@ -29,30 +36,29 @@ class BlockReader {
 public:
     BlockReader(GDALDataset* dataset, const std::vector<std::uint32_t>& bandIndices, std::int32_t blockWidth,
                 std::int32_t blockHeight)
-        : blockWidth_(blockWidth),
+        : dataset_(dataset),
+          slots_(dataset ? dataset->GetRasterCount() : 0, bandIndices),
+          blockWidth_(blockWidth),
           blockHeight_(blockHeight),
+          imageWidth_(dataset ? dataset->GetRasterXSize() : 0),
           buffers_(bandIndices.size(),
-                   std::vector<T>(static_cast<std::size_t>(blockWidth) * static_cast<std::size_t>(blockHeight))) {
-        bands_.reserve(bandIndices.size());
-        for (std::uint32_t index : bandIndices) {
-            GDALRasterBand* band = nullptr;
-            if (dataset && index < static_cast<std::uint32_t>(dataset->GetRasterCount()))
-                band = dataset->GetRasterBand(static_cast<int>(index) + 1);
-            bands_.push_back(band);
-        }
-    }
+                   std::vector<T>(static_cast<std::size_t>(blockWidth) * static_cast<std::size_t>(blockHeight))) {}
 
     void Read(const BlockGeometry& g) {
-        const GSpacing pixelSpacing = sizeof(T);
-        const GSpacing lineSpacing = static_cast<GSpacing>(sizeof(T)) * blockWidth_;
-        for (std::size_t i = 0; i < bands_.size(); ++i) {
+        const bool held = HoldRows(g);
+        for (std::size_t i = 0; i < buffers_.size(); ++i) {
             std::vector<T>& buffer = buffers_[i];
             if (g.partial) std::fill(buffer.begin(), buffer.end(), T(0));
-            if (!bands_[i]) continue;
-            // Failed reads are not detected; the buffer keeps its contents.
-            const CPLErr ignored = bands_[i]->RasterIO(GF_Read, g.x0, g.y0, g.w, g.h, buffer.data(), g.w, g.h,
-                                      PixelTraits<T>::gdalType, pixelSpacing, lineSpacing, nullptr);
-            (void)ignored;
+            const std::size_t slot = slots_.SlotOf(i);
+            if (slot == BandSlots::kMissing) continue;
+            if (!held) {
+                ReadBlock(g, slots_.BandMap()[slot], buffer);
+                continue;
+            }
+            const T* from = rows_.data() + slot * Plane() + static_cast<std::size_t>(g.x0);
+            for (std::int32_t r = 0; r < g.h; ++r)
+                std::copy_n(from + static_cast<std::size_t>(r) * imageWidth_, g.w,
+                            buffer.data() + static_cast<std::size_t>(r) * blockWidth_);
         }
     }
 
@@ -60,9 +66,46 @@ public:
     std::size_t BandCount() const { return buffers_.size(); }
 
 private:
+    std::size_t Plane() const { return imageWidth_ * static_cast<std::size_t>(blockHeight_); }
+
+    // Makes rows_ hold the rows of g's block row; false when they could not
+    // be read or the block reaches outside the image.
+    bool HoldRows(const BlockGeometry& g) {
+        if (g.x0 < 0 || g.w < 0 || static_cast<std::size_t>(g.x0) + static_cast<std::size_t>(g.w) > imageWidth_ ||
+            g.h > blockHeight_)
+            return false;
+        if (g.y0 == heldY0_ && g.h == heldRows_) return heldOk_;
+        heldY0_ = g.y0;
+        heldRows_ = g.h;
+        heldOk_ = false;
+        if (slots_.Count() == 0) return heldOk_;
+        rows_.resize(slots_.Count() * Plane());
+        const GSpacing line = static_cast<GSpacing>(sizeof(T)) * static_cast<GSpacing>(imageWidth_);
+        heldOk_ = dataset_->RasterIO(GF_Read, 0, g.y0, static_cast<int>(imageWidth_), g.h, rows_.data(),
+                                     static_cast<int>(imageWidth_), g.h, PixelTraits<T>::gdalType,
+                                     static_cast<int>(slots_.Count()), slots_.BandMap().data(), sizeof(T), line,
+                                     line * blockHeight_, nullptr) == CE_None;
+        return heldOk_;
+    }
+
+    // One band's block on its own. Failed reads are not detected; the buffer
+    // keeps its contents.
+    void ReadBlock(const BlockGeometry& g, int band, std::vector<T>& buffer) {
+        const GSpacing lineSpacing = static_cast<GSpacing>(sizeof(T)) * blockWidth_;
+        const CPLErr ignored = dataset_->GetRasterBand(band)->RasterIO(
+            GF_Read, g.x0, g.y0, g.w, g.h, buffer.data(), g.w, g.h, PixelTraits<T>::gdalType, sizeof(T),
+            lineSpacing, nullptr);
+        (void)ignored;
+    }
+
+    GDALDataset* dataset_;
+    BandSlots slots_;
     std::int32_t blockWidth_, blockHeight_;
+    std::size_t imageWidth_;
     std::vector<std::vector<T>> buffers_;
-    std::vector<GDALRasterBand*> bands_;
+    std::vector<T> rows_;  // [slot][row][column] of the held block row
+    std::int32_t heldY0_ = -1, heldRows_ = 0;
+    bool heldOk_ = false;
 };
 
 } // namespace isodata

@@ -20,6 +20,7 @@ namespace isodata {
 class ClassFiles {
 public:
     static constexpr int kBufferEntries = 65536;
+    static constexpr qint64 kReadAheadBytes = 65536;
 
     ClassFiles() = default;
     ~ClassFiles();
@@ -43,19 +44,31 @@ public:
     // Makes the next reads of file k start from its beginning.
     void Rewind(std::size_t k);
     // Reads the next n indices of file k into out (resized to n). Entries a
-    // short read leaves unfilled are 0.
+    // short read leaves unfilled are 0. The file is read ahead in runs of
+    // kReadAheadBytes; the bytes handed out are the file's, in its order.
     void ReadNext(std::size_t k, std::uint32_t n, std::vector<std::uint32_t>& out);
 
     // Closes and deletes the files the last Create made, those that exist,
     // and frees the buffers. Nothing else is touched, whatever the count.
     void Remove();
 
+    // True while every index appended since Create reached its file.
+    bool AllWritten() const { return allWritten_; }
+
 private:
+    // Bytes of one file read ahead and not yet handed out.
+    struct ReadAhead {
+        std::vector<char> bytes;
+        std::size_t next = 0;
+    };
+
     void WriteBuffer(std::size_t k);
 
     std::vector<std::unique_ptr<QFile>> files_;
     std::vector<std::uint32_t> buffers_;
     std::vector<std::int32_t> fill_;
+    std::vector<ReadAhead> readAhead_;
+    bool allWritten_ = false;
 };
 
 } // namespace isodata

@@ -73,6 +73,8 @@ struct EngineState {
     std::vector<double> meanDistances;               // [cluster]
     double overallMeanDistance = 0.0;
     std::vector<std::vector<double>> classStdDevs;   // [cluster][rank], descending, from the split
+    std::vector<double> memberSums;                  // [cluster * bands + band], members' values
+    bool memberSumsCurrent = false;                  // memberSums add up what the scratch files hold
 
     // Result and texts.
     KalUtility::_ptr_t<KalDataSource::RasterDataset> resultDataset;  // class raster, open for update

@@ -8,6 +8,8 @@
 
 #include "IsodataEngine.h"
 
+#include <algorithm>
+
 namespace isodata {
 
 // visit(cluster, members, reader): members are the block-relative indices of
@@ -32,15 +34,24 @@ void IsodataEngine<T>::VisitClusterMembers(const StageProgress& stage, Visit&& v
     }
 }
 
-// Adds term(pixel, band) over the members to sums[band], in member order.
+// Adds term(pixel, band) over the members to sums[band], in member order for
+// every band. The bands go side by side, one running sum each, so each sum
+// sees the same additions in the same order as a pass per band would.
 template <class T, class Term>
 void AccumulateMembers(const std::vector<std::uint32_t>& members, const BlockReader<T>& reader,
                        std::vector<double>& sums, Term&& term) {
-    for (std::size_t i = 0; i < sums.size(); ++i) {
-        const T* band = reader.Band(i);
-        double sum = sums[i];
-        for (std::uint32_t p : members) sum += term(band[p], i);
-        sums[i] = sum;
+    constexpr std::size_t kSideBySide = 8;
+    for (std::size_t first = 0; first < sums.size(); first += kSideBySide) {
+        const std::size_t count = std::min(kSideBySide, sums.size() - first);
+        const T* bands[kSideBySide];
+        double running[kSideBySide];
+        for (std::size_t j = 0; j < count; ++j) {
+            bands[j] = reader.Band(first + j);
+            running[j] = sums[first + j];
+        }
+        for (std::uint32_t p : members)
+            for (std::size_t j = 0; j < count; ++j) running[j] += term(bands[j][p], first + j);
+        for (std::size_t j = 0; j < count; ++j) sums[first + j] = running[j];
     }
 }
 

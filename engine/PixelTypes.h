@@ -10,6 +10,7 @@
 // distances and centres, and the class raster must not change by a bit.
 #pragma once
 
+#include "Lanes.h"
 #include "RunResult.h"
 
 #include <gdal.h>
@@ -87,6 +88,8 @@ inline T ToPixel(double v) {
 }
 
 // Classification distance term of one band, |centre - pixel| as a double.
+// P is a pixel type T or a vector of T (see Lanes.h); a vector gives every
+// lane exactly what one pixel gives.
 //  byte, 16-bit: exact difference of the values widened to int.
 //  signed 32-bit: 32-bit subtraction, wrapping, read as signed.
 //  unsigned 32-bit: 32-bit subtraction read as unsigned, so a centre below the
@@ -94,22 +97,26 @@ inline T ToPixel(double v) {
 //  float: single-precision difference, widened.
 //  double: sqrt(d * d), which differs from |d| on overflow and underflow.
 // For all but double, sqrt(d * d) == |d| exactly, so |d| is used directly.
-template <class T>
-inline double ClassifyTerm(T centre, T pixel) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpsabi"  // see Lanes.h
+template <class P>
+inline lanes::Rebind<double, P> ClassifyTerm(P centre, P pixel) {
+    using T = typename lanes::Traits<P>::Element;
     if constexpr (kIsSmallInt<T>) {
-        return std::fabs(static_cast<double>(static_cast<int>(centre) - static_cast<int>(pixel)));
+        return lanes::Abs(lanes::Convert<double>(lanes::Convert<int>(centre) - lanes::Convert<int>(pixel)));
     } else if constexpr (kIsInt32<T>) {
-        return std::fabs(static_cast<double>(
-            static_cast<std::int32_t>(static_cast<std::uint32_t>(centre) - static_cast<std::uint32_t>(pixel))));
+        const auto wrapped = lanes::Bits<std::uint32_t>(centre) - lanes::Bits<std::uint32_t>(pixel);
+        return lanes::Abs(lanes::Convert<double>(lanes::Bits<std::int32_t>(wrapped)));
     } else if constexpr (kIsUInt32<T>) {
-        return static_cast<double>(static_cast<std::uint32_t>(centre - pixel));
+        return lanes::Convert<double>(static_cast<P>(centre - pixel));
     } else if constexpr (kIsFloat<T>) {
-        return std::fabs(static_cast<double>(centre - pixel));
+        return lanes::Abs(lanes::Convert<double>(static_cast<P>(centre - pixel)));
     } else {
-        const double d = centre - pixel;
-        return std::sqrt(d * d);
+        const P d = centre - pixel;
+        return lanes::Sqrt(d * d);
     }
 }
+#pragma GCC diagnostic pop
 
 // Sample distance term, larger minus smaller, in T: wraps for the integer types.
 template <class T>

@@ -1,78 +1,99 @@
 // The result pass: reads the full-size input as 32-bit floats, labels every
 // pixel by its nearest centre, and writes the labels as bytes.
 //
-//  1. Rows are read a few at a time per band (the same values as one row at
-//     a time, fewer calls into GDAL) and labelled row by row.
-//  2. Labelling sums absolute differences in single precision. A pixel whose
-//     band values sum to zero is background (0); a pixel 1e7 or farther from
-//     every centre stays 0; class numbers above 255 keep their low byte.
-//  3. Each row is written to band 1 and progress advances by 100 / H.
+//  1. The input is read in windows of whole blocks, every chosen band in one
+//     call: strips of 16 rows when the file is striped, strips a tile high
+//     and a few tiles wide when it is tiled, so every block is read once
+//     whatever the block cache holds.
+//  2. Each row of a window is labelled (LabelRow) and its labels kept as
+//     their low byte.
+//  3. Once a strip is done, progress advances by 100 / H for each of its rows
+//     and its labels are written to band 1 in one call.
 #include "ResultRaster.h"
+
+#include "BandSlots.h"
+#include "LabelRow.h"
 
 #include <gdal_priv.h>
 
 #include <algorithm>
-#include <cmath>
 
 namespace isodata {
 
 namespace {
 
-constexpr double kBackgroundSum = 1e-8;
-constexpr float kDistanceCeiling = 1e7f;
-// Rows read per GDAL call; bounds the buffers to a few rows per band.
+// Rows of a striped file read per call; bounds the buffers to a few rows.
 constexpr int kRowsPerRead = 16;
+// Bytes of floats a window of a tiled file may hold.
+constexpr std::size_t kWindowBytes = std::size_t{8} << 20;
 
-struct RowScratch {
-    explicit RowScratch(std::size_t n) : best(n), distance(n), sum(n), label(n) {}
-    std::vector<float> best, distance, sum;
-    std::vector<std::int32_t> label;
+// Strip height and window width of the reads.
+struct WindowShape {
+    int rows, columns;
 };
 
-// Labels n pixels of one row into s.label: class 1..K of the nearest centre,
-// or 0. Pixels are innermost and the buffers plain arrays so the loops
-// vectorise; each pixel still sums its bands in band order.
-void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, RowScratch& s) {
-    float* __restrict best = s.best.data();
-    float* __restrict dist = s.distance.data();
-    float* __restrict sum = s.sum.data();
-    std::int32_t* __restrict label = s.label.data();
-    std::fill_n(best, n, kDistanceCeiling);
-    std::fill_n(label, n, 0);
-    for (std::size_t c = 0; c < centers.clusters; ++c) {
-        std::fill_n(dist, n, 0.0f);
-        for (std::size_t k = 0; k < centers.bands; ++k) {
-            const float centre = centers.values[c * centers.bands + k];
-            const float* __restrict value = rows[k];
-            for (std::size_t x = 0; x < n; ++x) dist[x] += std::fabs(value[x] - centre);
-        }
-        const auto cls = static_cast<std::int32_t>(c + 1);
-        for (std::size_t x = 0; x < n; ++x) {
-            const std::int32_t nearer = -static_cast<std::int32_t>(dist[x] < best[x]);
-            best[x] = dist[x] < best[x] ? dist[x] : best[x];
-            label[x] = (label[x] & ~nearer) | (cls & nearer);
-        }
-    }
-    // Background: the band values summed in band order.
-    std::fill_n(sum, n, 0.0f);
-    for (std::size_t k = 0; k < centers.bands; ++k) {
-        const float* __restrict value = rows[k];
-        for (std::size_t x = 0; x < n; ++x) sum[x] += value[x];
-    }
-    for (std::size_t x = 0; x < n; ++x) {
-        const auto background = -static_cast<std::int32_t>(static_cast<double>(std::fabs(sum[x])) < kBackgroundSum);
-        label[x] &= ~background;
-    }
+WindowShape ShapeWindows(GDALDataset* source, std::size_t bands, int width) {
+    int blockWidth = width, blockHeight = 1;
+    if (source && source->GetRasterCount() > 0) source->GetRasterBand(1)->GetBlockSize(&blockWidth, &blockHeight);
+    if (blockWidth >= width || blockWidth < 1 || blockHeight < 1) return {kRowsPerRead, width};
+    const int rows = std::max(kRowsPerRead, blockHeight);
+    const std::size_t blockBytes = static_cast<std::size_t>(rows) * static_cast<std::size_t>(blockWidth) *
+                                   std::max<std::size_t>(bands, 1) * sizeof(float);
+    const auto blocks = static_cast<int>(std::max<std::size_t>(1, kWindowBytes / blockBytes));
+    return {rows, std::min(width, blocks * blockWidth)};
 }
+
+// A window of rows of the chosen bands as floats. Each band the source has
+// is read once however often the list names it; a band it lacks reads as
+// zeros.
+class WindowReader {
+public:
+    WindowReader(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+                 const std::vector<std::uint32_t>& bandIndices, WindowShape shape)
+        : source_(source),
+          slots_(source && source->GetGDALDataset() ? source->GetGDALDataset()->GetRasterCount() : 0, bandIndices),
+          plane_(static_cast<std::size_t>(shape.rows) * static_cast<std::size_t>(shape.columns)),
+          // Zeros at first: a band that fails to read keeps the previous rows.
+          values_(slots_.Count() * plane_, 0.0f),
+          zeros_(static_cast<std::size_t>(shape.columns), 0.0f) {}
+
+    void Read(int x0, int y0, int columns, int rows) {
+        columns_ = static_cast<std::size_t>(columns);
+        if (slots_.Count() == 0) return;
+        const GSpacing line = static_cast<GSpacing>(columns_ * sizeof(float));
+        if (source_->GetGDALDataset()->RasterIO(GF_Read, x0, y0, columns, rows, values_.data(), columns, rows,
+                                                GDT_Float32, static_cast<int>(slots_.Count()),
+                                                slots_.BandMap().data(), sizeof(float), line,
+                                                static_cast<GSpacing>(plane_ * sizeof(float)), nullptr) == CE_None)
+            return;
+        // Band by band after a failure, so each band keeps what its own read leaves.
+        for (std::size_t s = 0; s < slots_.Count(); ++s)
+            ReadBandRegion(source_, slots_.BandMap()[s] - 1, x0, y0, columns, rows, 1.0, 1.0,
+                           values_.data() + s * plane_, GDT_Float32);
+    }
+
+    // Row r of the window in the entry-th band of the list.
+    const float* Row(std::size_t entry, int r) const {
+        const std::size_t slot = slots_.SlotOf(entry);
+        if (slot == BandSlots::kMissing) return zeros_.data();
+        return values_.data() + slot * plane_ + static_cast<std::size_t>(r) * columns_;
+    }
+
+private:
+    const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source_;
+    BandSlots slots_;
+    std::size_t plane_, columns_ = 0;
+    std::vector<float> values_, zeros_;
+};
 
 } // namespace
 
 std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers) {
     std::vector<const float*> column(centers.bands);
     for (std::size_t k = 0; k < centers.bands; ++k) column[k] = rowBuffers[k] + x;
-    RowScratch scratch(1);
-    LabelRow(column.data(), 1, centers, scratch);
-    return scratch.label[0];
+    std::int32_t label = 0;
+    LabelRow(column.data(), 1, centers, &label);
+    return label;
 }
 
 std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& dataset, int bandIndex,
@@ -94,37 +115,41 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
                                   const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
                                   const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
                                   ProgressFn progress, void* userData) {
-    const std::size_t bands = bandIndices.size();
     const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
     const std::size_t w = static_cast<std::size_t>(width);
-    // A band that cannot be read keeps the previous rows' values; zeros at first.
-    std::vector<std::vector<float>> chunks(bands, std::vector<float>(w * kRowsPerRead, 0.0f));
-    std::vector<const float*> rows(bands);
-    RowScratch scratch(w);
-    std::vector<std::uint8_t> out(w);
+    const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
+    WindowReader window(source, bandIndices, shape);
+    std::vector<const float*> rows(bandIndices.size());
+    std::vector<std::int32_t> labels(static_cast<std::size_t>(shape.columns));
+    std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
     GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
 
-    StageProgress(progress, userData, Translate(kOutputContext, kGeneratingResultFile)).Report(0.0);
+    const QString text = Translate(kOutputContext, kGeneratingResultFile);
+    StageProgress(progress, userData, text).Report(0.0);
     const double step = 100.0 / height;
     double done = 0.0;
-    for (int y0 = 0; y0 < height; y0 += kRowsPerRead) {
-        const int count = std::min(kRowsPerRead, height - y0);
-        for (std::size_t k = 0; k < bands; ++k)
-            ReadBandRegion(source, static_cast<int>(bandIndices[k]), 0, y0, width, count, 1.0, 1.0,
-                           chunks[k].data(), GDT_Float32);
-        for (int r = 0; r < count; ++r) {
-            for (std::size_t k = 0; k < bands; ++k) rows[k] = chunks[k].data() + static_cast<std::size_t>(r) * w;
-            LabelRow(rows.data(), w, centers, scratch);
-            // Class numbers above 255 keep their low byte.
-            for (std::size_t x = 0; x < w; ++x) out[x] = static_cast<std::uint8_t>(scratch.label[x]);
-            if (targetBand) {
-                const CPLErr ignored = targetBand->RasterIO(GF_Write, 0, y0 + r, width, 1, out.data(), width, 1,
-                                                            GDT_Byte, 0, 0, nullptr);
-                (void)ignored;
+    for (int y0 = 0; y0 < height; y0 += shape.rows) {
+        const int count = std::min(shape.rows, height - y0);
+        for (int x0 = 0; x0 < width; x0 += shape.columns) {
+            const int columns = std::min(shape.columns, width - x0);
+            window.Read(x0, y0, columns, count);
+            for (int r = 0; r < count; ++r) {
+                for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.Row(k, r);
+                LabelRow(rows.data(), static_cast<std::size_t>(columns), centers, labels.data());
+                // Class numbers above 255 keep their low byte.
+                std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * w + static_cast<std::size_t>(x0);
+                for (int x = 0; x < columns; ++x) row[x] = static_cast<std::uint8_t>(labels[static_cast<std::size_t>(x)]);
             }
+        }
+        for (int r = 0; r < count; ++r) {
             done += step;
-            StageProgress(progress, userData, Translate(kOutputContext, kGeneratingResultFile)).Report(done);
+            StageProgress(progress, userData, text).Report(done);
+        }
+        if (targetBand) {
+            const CPLErr ignored = targetBand->RasterIO(GF_Write, 0, y0, width, count, out.data(), width, count,
+                                                        GDT_Byte, 0, 0, nullptr);
+            (void)ignored;
         }
     }
     return 0;

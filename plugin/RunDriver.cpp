@@ -11,6 +11,7 @@
 
 #include "FileNames.h"
 #include "ProgressBridge.h"
+#include "WorkingCopy.h"
 
 #include <KalDataSource.h>
 
@@ -58,26 +59,6 @@ void CopyGeoreferencing(const _ptr_t<RasterDataset>& from, const _ptr_t<RasterDa
     target->SetXMax(source->GetXMax());
     target->SetYMax(source->GetYMax());
     if (const auto srs = from->GetSpatialReference()) to->SetSpatialReference(srs);
-}
-
-// Band after band: read the whole input band at the reduced buffer size
-// (GDAL picks the pixels, or an overview) and write it. Transfer errors are
-// not checked.
-void WriteWorkingCopy(const _ptr_t<RasterDataset>& input, const _ptr_t<RasterDataset>& working, int w, int h) {
-    GDALDataset* in = input->GetGDALDataset();
-    GDALDataset* out = working->GetGDALDataset();
-    std::vector<float> buffer(static_cast<std::size_t>(w) * static_cast<std::size_t>(h));
-    const int x = input->GetRasterXSize(), y = input->GetRasterYSize();
-    for (int b = 1; b <= input->GetBandCount(); ++b) {
-        CPLErr ignored = CE_None;
-        if (b <= in->GetRasterCount())
-            ignored = in->GetRasterBand(b)->RasterIO(GF_Read, 0, 0, x, y, buffer.data(), w, h, GDT_Float32, 0, 0,
-                                                     nullptr);
-        if (b <= out->GetRasterCount())
-            ignored = out->GetRasterBand(b)->RasterIO(GF_Write, 0, 0, w, h, buffer.data(), w, h, GDT_Float32, 0,
-                                                      0, nullptr);
-        (void)ignored;
-    }
 }
 
 // An engine that refuses the record, or that cannot go on (memory running
@@ -143,7 +124,7 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
         if (!working) return RunResult::WorkingCopyFailed;
         guard.Watch(workingPath);
         CopyGeoreferencing(files.input, working);
-        WriteWorkingCopy(files.input, working, files.width, files.height);
+        WriteWorkingCopy(files.input->GetGDALDataset(), working->GetGDALDataset(), files.width, files.height);
     }  // closing the handle flushes the file
     files.working = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
 

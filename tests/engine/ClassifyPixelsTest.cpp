@@ -44,7 +44,7 @@ TEST(ClassifyPixelsTest, NaNPixelsStayInClusterZeroWithoutADistance) {
     EXPECT_EQ(f.state.distanceSums, (std::vector<double>{0.0, 1.0}));
 }
 
-TEST(ClassifyPixelsTest, AFullWriteBufferIsWrittenBeforeTheNextIndex) {
+TEST(ClassifyPixelsTest, IndicesBeyondOneBufferAreWrittenInOrderAndReadBackInAnyRuns) {
     EngineHarness<std::uint8_t> h;
     // One block of 300 x 300 = 90 000 pixels, all in cluster 0: more than
     // one buffer of 65 536 indices.
@@ -53,6 +53,16 @@ TEST(ClassifyPixelsTest, AFullWriteBufferIsWrittenBeforeTheNextIndex) {
     const std::vector<std::uint32_t> indices = h.ScratchFile(0);
     ASSERT_EQ(indices.size(), 90000u);
     for (std::uint32_t i = 0; i < indices.size(); ++i) ASSERT_EQ(indices[i], i);
+    // Runs that straddle the reader's 64 KiB read-ahead; past the end, zeros.
+    h.state.classFiles.Rewind(0);
+    std::vector<std::uint32_t> run;
+    std::uint32_t next = 0;
+    for (const std::uint32_t n : {16000u, 16385u, 57615u}) {
+        h.state.classFiles.ReadNext(0, n, run);
+        for (const std::uint32_t v : run) ASSERT_EQ(v, next++);
+    }
+    h.state.classFiles.ReadNext(0, 3, run);
+    EXPECT_EQ(run, (std::vector<std::uint32_t>{0, 0, 0}));
 }
 
 } // namespace

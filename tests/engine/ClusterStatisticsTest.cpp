@@ -1,7 +1,11 @@
-// Centres recomputed from the scratch files, and the mean distances.
+// Centres recomputed from the members the scratch files hold, and the mean
+// distances.
 #include "EngineHarness.h"
 
+#include <GdalSession.h>
+
 #include <cmath>
+#include <filesystem>
 #include <limits>
 
 namespace {
@@ -45,6 +49,19 @@ TEST(ClusterStatisticsTest, SumsReadMembersBlockByBlockInFileOrder) {
     h.seam.ComputeClusterCenters(h.Stage());
     EXPECT_EQ(h.state.classPixelCounts, (std::vector<std::int32_t>{5, 4}));
     EXPECT_EQ(h.seam.Centers(), (std::vector<std::vector<std::uint16_t>>{{0}, {650}}));
+}
+
+TEST(ClusterStatisticsTest, MembersOfAFileThatCannotBeWrittenReadAsIndexZero) {
+    EngineHarness<std::uint8_t> h;
+    // Cluster 1 takes 50 and 60, but a folder holds its file's name: its
+    // members are read back as index 0 twice, the pixel 10.
+    h.Make(3, 1, OneBand({10, 50, 60}), 2);
+    std::filesystem::create_directory(h.dir.File("in1.km"));
+    const isodata::QuietGdalErrors quiet;  // the failed write is also reported to GDAL
+    h.ClassifyWith({{0}, {55}});
+    h.seam.ComputeClusterCenters(h.Stage());
+    EXPECT_EQ(h.state.classPixelCounts, (std::vector<std::int32_t>{1, 2}));
+    EXPECT_EQ(h.seam.Centers(), (std::vector<std::vector<std::uint8_t>>{{10}, {10}}));
 }
 
 TEST(ClusterStatisticsTest, MeanDistanceProgressEndsShortOfOneHundred) {

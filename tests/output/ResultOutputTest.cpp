@@ -76,6 +76,34 @@ TEST(ResultFileTest, ClassNumbersKeepTheirLowByteEveryRowReportsAndNamesAndColou
     EXPECT_NE(header.find("classlookup={0,0,0,255,0,0,0,255,255,0,255,0}"), std::string::npos) << header;
 }
 
+TEST(ResultFileTest, TiledSourceIsLabelledWindowByWindow) {
+    // Six bands in 256-pixel tiles: a strip one tile high is read five tiles
+    // (1280 columns) at a time, so the 1500 columns take two windows. Band 1
+    // holds 10, 20, .. 50 by column, the centre of class 1 .. 5.
+    constexpr int kWidth = 1500, kHeight = 20;
+    testsupport::TempDir dir;
+    testsupport::BandValues bands(6, std::vector<double>(kWidth * kHeight, 0.0));
+    for (int i = 0; i < kWidth * kHeight; ++i) bands[0][i] = 10.0 * (1 + i % kWidth % 5);
+    testsupport::RasterTable table{kWidth, kHeight, GDT_Float32, bands};
+    table.options = {"TILED=YES"};
+    testsupport::WriteRaster(dir.File("source.tif"), table);
+    testsupport::Reports reports;
+    {
+        auto& factory = *KalDataSource::DatasetFactory::Instance();
+        const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
+        const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), kWidth, kHeight, 1,
+                                                        KalDataSource::PDT_Byte, "ENVI");
+        ASSERT_TRUE(source && result);
+        isodata::GenerateResultRaster(source, result, {0, 1, 2, 3, 4, 5},
+                                      Centers({{10, 0, 0, 0, 0, 0}, {20, 0, 0, 0, 0, 0}, {30, 0, 0, 0, 0, 0},
+                                               {40, 0, 0, 0, 0, 0}, {50, 0, 0, 0, 0, 0}}, 6),
+                                      testsupport::RecordProgress, &reports);
+    }
+    const std::vector<double> labels = testsupport::ReadBand(dir.File("classes.img"));
+    for (int i = 0; i < kWidth * kHeight; ++i) ASSERT_EQ(labels[i], 1 + i % kWidth % 5) << "pixel " << i;
+    EXPECT_EQ(reports.size(), kHeight + 1u);
+}
+
 TEST(ClassMetadataTest, BlackForUnclassifiedThePaletteThenThreeDrawsOfTheSharedGeneratorModulo255) {
     // glibc's generator from its start-up seed 1 draws 1804289383, 846930886,
     // 1681692777, 1714636915, 1957747793, 424238335: modulo 255 these are

@@ -39,7 +39,9 @@ void WriteRaster(const std::string& path, const RasterTable& table) {
     RegisterGdal();
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("GTiff");
     const int bandCount = static_cast<int>(table.bands.size());
-    GDALDataset* ds = driver->Create(path.c_str(), table.width, table.height, bandCount, table.type, nullptr);
+    CPLStringList options;
+    for (const std::string& o : table.options) options.AddString(o.c_str());
+    GDALDataset* ds = driver->Create(path.c_str(), table.width, table.height, bandCount, table.type, options.List());
     ASSERT_NE(ds, nullptr) << path;
     double gt[6] = {500000.0, 30.0, 0.0, 4200000.0, 0.0, -30.0};
     ds->SetGeoTransform(gt);

@@ -1,0 +1,22 @@
+// The labelling kernel of the result pass: the class of every pixel of a row.
+#pragma once
+
+#include "ResultRaster.h"
+#include "VectorIsa.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace isodata {
+
+// labels[x] for x < n: class 1..K of the centre nearest in single-precision
+// city-block distance to the pixel whose band values are rows[0..B-1][x];
+// 0 when no centre is nearer than 1e7 or when the band values sum to zero.
+// Ties go to the lower class. Bands are summed in band order for every pixel.
+void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::int32_t* labels);
+
+// The same with the copy compiled for isa, which the CPU must run.
+void LabelRow(VectorIsa isa, const float* const* rows, std::size_t n, const LabelCenters& centers,
+              std::int32_t* labels);
+
+} // namespace isodata

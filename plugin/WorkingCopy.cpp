@@ -1,0 +1,256 @@
+// The working copy in one pass over the input: the source pixels a
+// whole-band nearest-neighbour read would pick are worked out first, then
+// only the source blocks holding them are read, all bands in one call.
+//
+//  1. Plan: follow GDAL's choice of an overview for the reduced read, then
+//     its source row and column for every row and column of the reduced grid
+//     (the arithmetic of GDALRasterBand::IRasterIO, step for step).
+//  2. For each source block row holding picked rows, read column windows of
+//     whole blocks, all bands at once, and gather the picked pixels.
+//  3. Write the gathered rows of all bands in one call per batch.
+// Inputs whose driver may pick other pixels, and any failed read, take the
+// whole-band read of every band instead.
+#include "WorkingCopy.h"
+
+#include <cpl_string.h>
+#include <gdal_priv.h>
+
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+namespace isodata {
+
+namespace {
+
+// Bytes of floats read per window and gathered per write; bounds the buffers.
+constexpr std::size_t kWindowBytes = std::size_t{8} << 20;
+// GDAL's nudge of every source coordinate before truncation.
+constexpr double kEpsilon = 1e-10;
+
+struct Plan {
+    GDALDataset* source = nullptr;  // the input, or the overview dataset GDAL would read
+    std::vector<int> bandMap;       // band numbers in source, one per input band
+    std::vector<int> rows;          // source row of each reduced row
+    std::vector<int> columns;       // source column of each reduced column
+    int blockWidth = 0, blockHeight = 0;
+};
+
+// The band and integer window a whole-band read into width x height ends up
+// on: a reduced read goes on to the overview GDALBandGetBestOverviewLevel2
+// picks, and from there again while that band has overviews of its own.
+struct SourceWindow {
+    GDALRasterBand* band = nullptr;
+    int xOff = 0, yOff = 0, xSize = 0, ySize = 0;
+};
+
+std::optional<SourceWindow> FollowOverviews(GDALRasterBand* band, int width, int height) {
+    // Overviews of overviews go a level or two deep; a longer chain is a
+    // malformed file, left to the whole-band read.
+    constexpr int kDeepest = 8;
+    SourceWindow w{band, 0, 0, band->GetXSize(), band->GetYSize()};
+    for (int depth = 0; (width < w.xSize || height < w.ySize) && w.band->GetOverviewCount() > 0; ++depth) {
+        if (depth == kDeepest) return std::nullopt;
+        GDALRasterIOExtraArg extra;
+        INIT_RASTERIO_EXTRA_ARG(extra);
+        const int level = GDALBandGetBestOverviewLevel2(w.band, w.xOff, w.yOff, w.xSize, w.ySize, width, height, &extra);
+        if (level < 0) break;
+        w.band = w.band->GetOverview(level);
+        if (!w.band) return std::nullopt;  // GDAL's own read fails here
+    }
+    return w;
+}
+
+// Source rows: (i + 0.5) steps from the window's top, clamped to the band.
+std::vector<int> PickRows(const SourceWindow& w, int count) {
+    const double step = w.ySize / static_cast<double>(count);
+    const double limit = static_cast<double>(w.band->GetYSize() - 1);
+    std::vector<int> rows(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        const double y = (i + 0.5) * step + static_cast<double>(w.yOff) + kEpsilon;
+        rows[static_cast<std::size_t>(i)] = static_cast<int>(std::min(std::max(0.0, y), limit));
+    }
+    return rows;
+}
+
+// Source columns: a running sum of the step from half a step in, clamped to
+// the band. GDAL counts in whole steps when the step is a whole number; the
+// running sum picks the same columns then.
+std::vector<int> PickColumns(const SourceWindow& w, int count) {
+    const double step = w.xSize / static_cast<double>(count);
+    const double last = static_cast<double>(w.band->GetXSize() - 1);
+    std::vector<int> columns(static_cast<std::size_t>(count));
+    double x = 0.5 * step + static_cast<double>(w.xOff) + kEpsilon;
+    for (int i = 0; i < count; ++i, x += step)
+        columns[static_cast<std::size_t>(i)] = static_cast<int>(std::min(std::max(0.0, x), last));
+    return columns;
+}
+
+// The plan, or nothing when GDAL's driver may read the input another way:
+// other drivers, JPEG-compressed GeoTIFFs (their implicit overviews show only
+// inside the driver's reads), and bands that resolve to different sources.
+std::optional<Plan> MakePlan(GDALDataset* input, GDALDataset* working, int width, int height) {
+    GDALDriver* driver = input->GetDriver();
+    if (!driver || !EQUAL(driver->GetDescription(), "GTiff")) return std::nullopt;
+    const char* compression = input->GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE");
+    if (compression && CPLString(compression).ifind("JPEG") != std::string::npos) return std::nullopt;
+    const int bands = input->GetRasterCount();
+    if (bands < 1 || working->GetRasterCount() != bands || width < 1 || height < 1) return std::nullopt;
+
+    Plan plan;
+    std::optional<SourceWindow> first;
+    for (int b = 1; b <= bands; ++b) {
+        const auto w = FollowOverviews(input->GetRasterBand(b), width, height);
+        if (!w) return std::nullopt;
+        GDALDataset* owner = w->band->GetDataset();
+        if (!owner || owner->GetRasterBand(w->band->GetBand()) != w->band) return std::nullopt;
+        if (!first) {
+            first = w;
+            plan.source = owner;
+        } else if (owner != plan.source || w->xOff != first->xOff || w->yOff != first->yOff ||
+                   w->xSize != first->xSize || w->ySize != first->ySize) {
+            return std::nullopt;
+        }
+        plan.bandMap.push_back(w->band->GetBand());
+    }
+    plan.rows = PickRows(*first, height);
+    plan.columns = PickColumns(*first, width);
+    first->band->GetBlockSize(&plan.blockWidth, &plan.blockHeight);
+    if (plan.blockWidth < 1 || plan.blockHeight < 1) return std::nullopt;
+    return plan;
+}
+
+// Reduced rows [begin, end) whose source rows lie in one block row.
+struct RowGroup {
+    int begin, end;
+};
+
+std::vector<RowGroup> GroupRows(const Plan& plan) {
+    std::vector<RowGroup> groups;
+    const int count = static_cast<int>(plan.rows.size());
+    for (int i = 0; i < count;) {
+        const int blockRow = plan.rows[static_cast<std::size_t>(i)] / plan.blockHeight;
+        int end = i + 1;
+        while (end < count && plan.rows[static_cast<std::size_t>(end)] / plan.blockHeight == blockRow) ++end;
+        groups.push_back({i, end});
+        i = end;
+    }
+    return groups;
+}
+
+// Rows gathered for the working copy, band after band, written in batches.
+class Batch {
+public:
+    Batch(GDALDataset* working, std::size_t bands, int width, int capacity)
+        : working_(working), bands_(bands), width_(width), capacity_(capacity),
+          values_(bands * static_cast<std::size_t>(capacity) * static_cast<std::size_t>(width)) {}
+
+    // Makes room for rows more rows, writing out what is held when needed.
+    void Reserve(int rows) {
+        if (held_ + rows > capacity_) Write();
+    }
+    float* Row(std::size_t band, int row) {
+        return values_.data() + (band * static_cast<std::size_t>(capacity_) + static_cast<std::size_t>(held_ + row)) *
+                                    static_cast<std::size_t>(width_);
+    }
+    void Commit(int rows) { held_ += rows; }
+
+    // Write errors are not checked, as in the whole-band copy.
+    void Write() {
+        if (held_ == 0) return;
+        const GSpacing line = static_cast<GSpacing>(width_) * sizeof(float);
+        const CPLErr ignored = working_->RasterIO(GF_Write, 0, first_, width_, held_, values_.data(), width_, held_,
+                                                  GDT_Float32, static_cast<int>(bands_), nullptr, sizeof(float), line,
+                                                  line * capacity_, nullptr);
+        (void)ignored;
+        first_ += held_;
+        held_ = 0;
+    }
+
+private:
+    GDALDataset* working_;
+    std::size_t bands_;
+    int width_, capacity_;
+    std::vector<float> values_;
+    int first_ = 0, held_ = 0;
+};
+
+// Reads the source rows of one group in column windows of whole blocks and
+// gathers the picked pixels into the batch. False when a read fails.
+bool GatherGroup(const Plan& plan, const RowGroup& group, std::vector<float>& window, Batch& batch) {
+    std::vector<int> bandMap = plan.bandMap;
+    const std::size_t bands = bandMap.size();
+    const int width = static_cast<int>(plan.columns.size());
+    const int y0 = plan.rows[static_cast<std::size_t>(group.begin)];
+    const int rows = plan.rows[static_cast<std::size_t>(group.end - 1)] + 1 - y0;
+    const std::size_t blockBytes = static_cast<std::size_t>(rows) * bands * sizeof(float) * plan.blockWidth;
+    const int span = static_cast<int>(std::max<std::size_t>(1, kWindowBytes / blockBytes)) * plan.blockWidth;
+    for (int j0 = 0; j0 < width;) {
+        const int x0 = plan.columns[static_cast<std::size_t>(j0)];
+        const int end = x0 / plan.blockWidth * plan.blockWidth + span;
+        int j1 = j0 + 1;
+        while (j1 < width && plan.columns[static_cast<std::size_t>(j1)] < end) ++j1;
+        const int columns = plan.columns[static_cast<std::size_t>(j1 - 1)] + 1 - x0;
+        const std::size_t plane = static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows);
+        window.resize(plane * bands);
+        if (plan.source->RasterIO(GF_Read, x0, y0, columns, rows, window.data(), columns, rows, GDT_Float32,
+                                  static_cast<int>(bands), bandMap.data(), 0, 0, 0, nullptr) != CE_None)
+            return false;
+        for (std::size_t b = 0; b < bands; ++b) {
+            for (int i = group.begin; i < group.end; ++i) {
+                const std::size_t sourceRow = static_cast<std::size_t>(plan.rows[static_cast<std::size_t>(i)] - y0);
+                const float* from = window.data() + b * plane + sourceRow * static_cast<std::size_t>(columns) - x0;
+                float* to = batch.Row(b, i - group.begin);
+                for (int j = j0; j < j1; ++j) to[j] = from[plan.columns[static_cast<std::size_t>(j)]];
+            }
+        }
+        j0 = j1;
+    }
+    return true;
+}
+
+bool CopyInOnePass(const Plan& plan, GDALDataset* working, int width) {
+    const std::vector<RowGroup> groups = GroupRows(plan);
+    const std::size_t rowBytes = plan.bandMap.size() * static_cast<std::size_t>(width) * sizeof(float);
+    int capacity = static_cast<int>(std::max<std::size_t>(1, kWindowBytes / rowBytes));
+    for (const RowGroup& g : groups) capacity = std::max(capacity, g.end - g.begin);
+    Batch batch(working, plan.bandMap.size(), width, capacity);
+    std::vector<float> window;
+    for (const RowGroup& g : groups) {
+        batch.Reserve(g.end - g.begin);
+        if (!GatherGroup(plan, g, window, batch)) return false;
+        batch.Commit(g.end - g.begin);
+    }
+    batch.Write();
+    return true;
+}
+
+// Band after band: the whole input band read at the reduced buffer size
+// (GDAL picks the pixels, or an overview), then written. A band that fails
+// to read leaves the previous band's values in the buffer.
+void CopyBandByBand(GDALDataset* input, GDALDataset* working, int width, int height) {
+    std::vector<float> buffer(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    const int x = input->GetRasterXSize(), y = input->GetRasterYSize();
+    for (int b = 1; b <= input->GetRasterCount(); ++b) {
+        CPLErr ignored = input->GetRasterBand(b)->RasterIO(GF_Read, 0, 0, x, y, buffer.data(), width, height,
+                                                           GDT_Float32, 0, 0, nullptr);
+        if (b <= working->GetRasterCount())
+            ignored = working->GetRasterBand(b)->RasterIO(GF_Write, 0, 0, width, height, buffer.data(), width,
+                                                          height, GDT_Float32, 0, 0, nullptr);
+        (void)ignored;
+    }
+}
+
+} // namespace
+
+WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height) {
+    if (const auto plan = MakePlan(input, working, width, height)) {
+        if (CopyInOnePass(*plan, working, width)) return WorkingCopyRead::OnePass;
+    }
+    // A failed read may have left part of the copy written; the whole-band
+    // read writes all of it again.
+    CopyBandByBand(input, working, width, height);
+    return WorkingCopyRead::PerBand;
+}
+
+} // namespace isodata

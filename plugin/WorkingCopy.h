@@ -1,0 +1,22 @@
+// The reduced Float32 copy of the input that the clustering runs on.
+#pragma once
+
+class GDALDataset;
+
+namespace isodata {
+
+// How the copy was read.
+enum class WorkingCopyRead {
+    OnePass,  // every source block read once, all bands together
+    PerBand,  // one whole-band resampled read per band
+};
+
+// Writes every band of input, reduced to width x height, into the band of the
+// same number of working. The pixels are those a whole-band nearest-neighbour
+// RasterIO into a width x height Float32 buffer gives, overview choice
+// included. Inputs whose reads GDAL's driver may resample in its own way are
+// copied band by band with exactly that RasterIO. Transfer errors are not
+// reported.
+WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height);
+
+} // namespace isodata
