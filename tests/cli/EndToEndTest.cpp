@@ -25,7 +25,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <set>
 #include <thread>
 #include <tuple>
 
@@ -64,12 +63,6 @@ std::string InPlace(const std::string& input, const std::string& result) {
     return testsupport::ReadText(result);
 }
 
-std::uint64_t Fnv1a(const std::string& bytes) {
-    std::uint64_t hash = 1469598103934665603ull;
-    for (unsigned char c : bytes) hash = (hash ^ c) * 1099511628211ull;
-    return hash;
-}
-
 void Zip(const std::string& file, const std::string& zip) {
     const std::string bytes = testsupport::ReadText(file);
     void* handle = CPLCreateZip(zip.c_str(), nullptr);
@@ -78,14 +71,6 @@ void Zip(const std::string& file, const std::string& zip) {
     ASSERT_EQ(CPLWriteFileInZip(handle, bytes.data(), static_cast<int>(bytes.size())), CE_None);
     CPLCloseFileInZip(handle);
     CPLCloseZip(handle);
-}
-
-TEST(EndToEndTest, SampleSceneGivesTheRecordedClassRaster) {
-    if (!testsupport::FileExists(ISODATA_SAMPLE_SCENE)) GTEST_SKIP() << "sample scene not fetched";
-    testsupport::TempDir dir;
-    const ProcessResult r = Isodata(dir.Path(), {"-q", ISODATA_SAMPLE_SCENE, "classes"});
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(Fnv1a(testsupport::ReadText(dir.File("classes"))), 0x7fdbaa235a36fdb1ull);
 }
 
 // How the input is laid out: overviews change which pixels the reduced
@@ -119,14 +104,15 @@ INSTANTIATE_TEST_SUITE_P(EndToEndTest, SameAsInPlaceTest,
                                            Layout::Zipped));
 
 // Every format carries what the plug-in's ENVI file carries; the JSON
-// summary is the raster's own account.
+// summary is the raster's own account, the preview the raster itself.
 class FormatTest : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(FormatTest, OutputKeepsPixelsColoursNamesAndPlaceAndJsonCountsThem) {
     testsupport::TempDir dir;
     testsupport::WriteRaster(dir.File("scene.tif"), Scene(300, 220));
     InPlace(dir.File("scene.tif"), dir.File("envi"));
-    const ProcessResult r = Isodata(dir.Path(), {"-of", GetParam(), "-json", "scene.tif", "classes.tif"});
+    const ProcessResult r =
+        Isodata(dir.Path(), {"-of", GetParam(), "-json", "-preview", "p.png", "scene.tif", "classes.tif"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     GDALDatasetUniquePtr envi(GDALDataset::Open(dir.File("envi").c_str(), GDAL_OF_RASTER));
     GDALDatasetUniquePtr out(GDALDataset::Open(dir.File("classes.tif").c_str(), GDAL_OF_RASTER));
@@ -138,6 +124,7 @@ TEST_P(FormatTest, OutputKeepsPixelsColoursNamesAndPlaceAndJsonCountsThem) {
     }
     const std::vector<double> pixels = testsupport::ReadBand(dir.File("classes.tif"));
     EXPECT_EQ(pixels, testsupport::ReadBand(dir.File("envi")));
+    EXPECT_EQ(testsupport::ReadBand(dir.File("p.png")), pixels);  // the preview, pixel for pixel
     double expected[6], actual[6];
     envi->GetGeoTransform(expected);  // also makes GeoTIFF read its .aux.xml
     out->GetGeoTransform(actual);
@@ -153,8 +140,7 @@ TEST_P(FormatTest, OutputKeepsPixelsColoursNamesAndPlaceAndJsonCountsThem) {
     }
     const auto names = [](GDALDataset& ds) { return CPLStringList(CSLDuplicate(ds.GetRasterBand(1)->GetCategoryNames())); };
     EXPECT_EQ(names(*out).size(), 9);
-    for (int i = 0; i < names(*envi).size(); ++i) EXPECT_STREQ(names(*out)[i], names(*envi)[i]);
-
+    for (int i = 0; i < 9; ++i) EXPECT_STREQ(names(*out)[i], names(*envi)[i]);
 
     const QJsonObject json = QJsonDocument::fromJson(QByteArray::fromStdString(r.out)).object();
     EXPECT_EQ(json["format"].toString(), GetParam());
@@ -214,28 +200,13 @@ TEST_F(BusyTest, InterruptedAtAnyStageEitherFinishesOrChangesNothing) {
     }
 }
 
-// A small file system of its own for the run: needs the right to mount one.
-class ScratchMount {
-public:
-    ScratchMount(const std::string& where, const std::string& options) : where_(where) {
-        fs::create_directory(where);
-        mounted_ = std::system(("mount -t tmpfs -o " + options + " tmpfs '" + where + "' 2>/dev/null").c_str()) == 0;
-    }
-    ~ScratchMount() {
-        if (mounted_) std::system(("umount '" + where_ + "'").c_str());
-    }
-    bool Mounted() const { return mounted_; }
-
-private:
-    std::string where_;
-    bool mounted_ = false;
-};
-
 TEST_F(BusyTest, FullDiskFailsClearlyAndLeavesOnlyWhatWasThere) {
     // Full while writing the working copy, the scratch files or the result.
+    fs::create_directory(dir.File("disk"));
     for (const char* size : {"size=800k", "size=1400k", "size=2000k"}) {
-        ScratchMount disk(dir.File("disk"), size);
-        if (!disk.Mounted()) GTEST_SKIP() << "mounting a small tmpfs needs root; the full-disk case is not tried";
+        const std::string mount = "mount -t tmpfs -o " + std::string(size) + " tmpfs '" + dir.File("disk") + "'";
+        if (std::system((mount + " 2>/dev/null").c_str()) != 0)
+            GTEST_SKIP() << "mounting a small tmpfs needs root; the full-disk case is not tried";
         std::ofstream(dir.File("disk/old")) << "old";
         const ProcessResult r = Isodata(dir.Path(), {"-q", "scene.tif", "disk/classes"});
         EXPECT_EQ(r.exitCode, 2) << size;
@@ -243,6 +214,7 @@ TEST_F(BusyTest, FullDiskFailsClearlyAndLeavesOnlyWhatWasThere) {
         Args left;
         for (const auto& e : fs::directory_iterator(dir.File("disk"))) left.push_back(e.path().filename());
         EXPECT_EQ(left, Args{"old"}) << size;
+        std::system(("umount '" + dir.File("disk") + "'").c_str());
     }
 }
 
@@ -271,28 +243,6 @@ TEST_F(BusyTest, ReadOnlyInputFolderIsOnlyRead) {
     if (root) std::system(("umount '" + folder + "'").c_str());
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(testsupport::ReadText(dir.File("classes")), reference);
-}
-
-TEST_F(BusyTest, SummaryAndPreviewShowTheClassRaster) {
-    const ProcessResult r = Isodata(dir.Path(), {"-preview", "p.png", "scene.tif", "classes"});
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    std::map<int, long long> counted;
-    for (unsigned char v : reference) ++counted[v];
-    for (const auto& [value, pixels] : counted) {
-        char row[32];
-        std::snprintf(row, sizeof row, "\n  %5d %11lld ", value, pixels);
-        if (value == 0) continue;
-        EXPECT_NE(r.out.find(row), std::string::npos) << row << " not in\n" << r.out;
-    }
-    EXPECT_NE(r.out.find("Unclassified: " + std::to_string(counted[0]) + " pixels"), std::string::npos) << r.out;
-    // The preview is the class raster, pixel for pixel, in its own colours.
-    GDALDatasetUniquePtr png(GDALDataset::Open(dir.File("p.png").c_str(), GDAL_OF_RASTER));
-    GDALDatasetUniquePtr classes(GDALDataset::Open(dir.File("classes").c_str(), GDAL_OF_RASTER));
-    ASSERT_TRUE(png && classes);
-    EXPECT_EQ(testsupport::ReadBand(dir.File("p.png")), testsupport::ReadBand(dir.File("classes")));
-    const GDALColorTable* palette = png->GetRasterBand(1)->GetColorTable();
-    ASSERT_TRUE(palette && classes->GetRasterBand(1)->GetColorTable());
-    EXPECT_TRUE(palette->IsSame(classes->GetRasterBand(1)->GetColorTable()));
 }
 
 } // namespace

@@ -1,11 +1,10 @@
 // The pieces of the CLI library whose faults a run of the binary cannot show:
 // drawn progress (a test's stdout is never a terminal), the overall progress
-// a driving program sees, shrinking a large preview, counting a result too
-// big for one read, and undoing a publication that fails half-way.
+// a driving program sees, shrinking a large preview, and undoing a
+// publication that fails half-way.
 #include "Preview.h"
 #include "ProgressPrinter.h"
 #include "Publish.h"
-#include "Summary.h"
 
 #include "support/TestSupport.h"
 
@@ -63,8 +62,6 @@ INSTANTIATE_TEST_SUITE_P(
                       Drawing{"StoppedShort", {{0, "A"}, {52.6, "A"}}, Pad("A") + "0...10...20...30...40...50.\n"},
                       // Per-block steps may add up to a hair under 100.
                       Drawing{"AlmostHundred", {{0, "A"}, {99.99999999, "A"}}, Pad("A") + kTicks},
-                      Drawing{"SameStageAgain", {{0, "A"}, {100, "A"}, {0, "A"}, {100, "A"}},
-                              Pad("A") + kTicks + Pad("A") + kTicks},
                       Drawing{"StageRestartsMidway", {{0, "A"}, {60, "A"}, {10, "A"}},
                               Pad("A") + "0...10...20...30...40...50...60\n" + Pad("A") + "0...10\n"},
                       Drawing{"StageThatNeverMoves", {{0, "Start"}, {0, "B"}, {100, "B"}},
@@ -94,22 +91,6 @@ TEST(PreviewTest, ShrinksTheLongerSideWithoutBlendingClassesAndKeepsThePalette) 
     EXPECT_TRUE(png->GetRasterBand(1)->GetColorTable()->IsSame(source->GetRasterBand(1)->GetColorTable()));
     const std::vector<double> shown = testsupport::ReadBand(dir.File("p.png"));
     EXPECT_TRUE(std::all_of(shown.begin(), shown.end(), [](double v) { return v == 1 || v == 3; }));
-}
-
-TEST(SummaryTest, CountsEveryStripOfATallResult) {
-    // 2100 rows of 4096 pixels take two of the summary's 8 MB reads.
-    testsupport::TempDir dir;
-    std::vector<GByte> pixels(4096 * 2100, 2);
-    std::fill(pixels.end() - 4096, pixels.end(), 5);
-    WriteClasses(dir.File("tall.tif"), 4096, 2100, pixels);
-    ResultSummary s;
-    std::string error;
-    GDALDatasetUniquePtr ds(GDALDataset::Open(dir.File("tall.tif").c_str(), GDAL_OF_RASTER));
-    ASSERT_TRUE(SummariseResult(*ds, s, error)) << error;
-    ASSERT_EQ(s.classes.size(), 2u);
-    EXPECT_EQ(s.classes[0].pixels, 4096LL * 2099);
-    EXPECT_EQ(s.classes[1].value, 5);
-    EXPECT_EQ(s.classes[1].pixels, 4096);
 }
 
 TEST(ProgressPrinterTest, MachineLinesGiveTheOverallShareOfTheRun) {

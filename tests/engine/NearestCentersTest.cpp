@@ -2,6 +2,7 @@
 // per-pixel rule (ClassifyTerm summed band by band, strictly nearer wins), in
 // every instruction set the CPU runs, for every pixel type: odd lengths,
 // extreme values, NaN and infinities included.
+#include "EngineHarness.h"
 #include "NearestCenters.h"
 #include "PixelTypes.h"
 
@@ -52,8 +53,7 @@ bool SameBits(const std::vector<double>& a, const std::vector<double>& b) {
 template <class T>
 class NearestCentersTest : public testing::Test {};
 
-using PixelTypes = testing::Types<std::uint8_t, std::uint16_t, std::int16_t, std::uint32_t, std::int32_t, float, double>;
-TYPED_TEST_SUITE(NearestCentersTest, PixelTypes);
+TYPED_TEST_SUITE(NearestCentersTest, enginetest::PixelTypes);
 
 TYPED_TEST(NearestCentersTest, EveryInstructionSetGivesThePerPixelRule) {
     using T = TypeParam;
