@@ -106,9 +106,9 @@ ExitCode ClassifyInRunFolder(const RunPlan& plan, std::ostream& progressStream, 
     // A plug-in's "false" says nothing more; GDAL's errors often say why.
     const std::string space = errors.SawFullDisk() ? SpaceHint(FolderOf(plan.runFolder)) : std::string();
     if (!run.ok && errors.Failures() > 0 && run.message == "classification failed")
-        return Fail(run.message + ": " + errors.Describe() + space);
+        return Fail(run.message + ": " + errors.Describe(plan.inputName) + space);
     if (!run.ok) return Fail(run.message + space);
-    if (errors.Failures() > 0) return Fail("classification failed: " + errors.Describe() + space);
+    if (errors.Failures() > 0) return Fail("classification failed: " + errors.Describe(plan.inputName) + space);
     if (!Exists(pluginResult))
         return Fail("classification failed: the plug-in reported success but wrote no '" + o.output + "'");
     std::string error;
@@ -116,7 +116,7 @@ ExitCode ClassifyInRunFolder(const RunPlan& plan, std::ostream& progressStream, 
         return Fail(error + (errors.SawFullDisk() ? SpaceHint(FolderOf(plan.runFolder)) : std::string()));
 
     GDALDatasetUniquePtr classes(GDALDataset::Open(result.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
-    if (!classes) return Fail("classification failed: the result cannot be read back: " + errors.Describe());
+    if (!classes) return Fail("classification failed: the result cannot be read back: " + errors.Describe(plan.inputName));
     std::string previewError;
     const bool previewOk = o.previewPath.empty() ||
                            WritePreview(*classes, FromInput("preview/" + FileNameOf(o.previewPath)), o.previewPath,

@@ -18,17 +18,23 @@ void CPL_STDCALL GdalErrorLog::Handle(CPLErr type, CPLErrorNum number, const cha
         else std::fprintf(stderr, "%s %d: %s\n", type == CE_Warning ? "Warning" : "ERROR", number, message);
     }
     if (type < CE_Failure) return;
+    constexpr size_t kKept = 64;
     if (log->failures_++ == 0) log->first_ = message;
+    if (log->kept_.size() < kKept) log->kept_.emplace_back(message);
     constexpr unsigned long long kNearlyFull = 1 << 20;
     struct statvfs fs {};
     if (!log->fullDisk_ && statvfs(".", &fs) == 0)
         log->fullDisk_ = static_cast<unsigned long long>(fs.f_bavail) * fs.f_frsize < kNearlyFull;
 }
 
-std::string GdalErrorLog::Describe() const {
+std::string GdalErrorLog::Describe(const std::string& name) const {
     if (failures_ == 0) return {};
     if (failures_ == 1) return "GDAL: " + first_;
-    return std::to_string(failures_) + " GDAL errors, the first: " + first_;
+    const std::string count = std::to_string(failures_) + " GDAL errors, the first";
+    for (const std::string& message : kept_)
+        if (!name.empty() && message.find(name) != std::string::npos)
+            return count + " about '" + name + "': " + message;
+    return count + ": " + first_;
 }
 
 } // namespace isodata_cli

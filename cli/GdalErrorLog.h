@@ -6,6 +6,7 @@
 #include <cpl_error.h>
 
 #include <string>
+#include <vector>
 
 namespace isodata_cli {
 
@@ -18,8 +19,10 @@ public:
     GdalErrorLog& operator=(const GdalErrorLog&) = delete;
 
     int Failures() const { return failures_; }
-    // "GDAL: <the failure>", or "<n> GDAL errors, the first: <it>"; empty if none.
-    std::string Describe() const;
+    // "GDAL: <the failure>", or "<n> GDAL errors, the first: <it>"; empty if
+    // none. Of several, the first that names `name` is shown if there is one:
+    // a driver's own message usually says where, the library beneath it not.
+    std::string Describe(const std::string& name = std::string()) const;
     // Whether the file system of the current folder was all but full when a
     // failure came. Write errors seldom say so themselves, and the files that
     // filled it are often gone by the time the caller looks.
@@ -32,6 +35,7 @@ private:
     bool fullDisk_ = false;
     int failures_ = 0;
     std::string first_;
+    std::vector<std::string> kept_;  // the first few failures, for Describe
 };
 
 } // namespace isodata_cli
