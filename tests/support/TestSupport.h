@@ -42,7 +42,7 @@ struct RasterTable {
     int height = 0;
     GDALDataType type = GDT_Byte;
     BandValues bands;
-    std::vector<std::string> options;  // creation options, such as "TILED=YES"
+    std::vector<std::string> options = {};  // creation options, such as "TILED=YES"
 };
 
 // Writes a GeoTIFF with the given values, 30 m pixels in UTM zone 33N.
