@@ -64,8 +64,13 @@ int Conclude(const RunFolder& folder, const ChildReport& report, const RunPlan& 
                                          strsignal(end.signal) + ")"
                                    : std::string("cannot start the classification: ") + std::strerror(errno),
                         ExitCode::ClassificationFailed);
-    if (end.code != static_cast<int>(ExitCode::Ok) && end.code != static_cast<int>(ExitCode::PreviewFailed))
+    if (end.code == static_cast<int>(ExitCode::ClassificationFailed))
         return Complain(err, message.empty() ? "classification failed" : message, ExitCode::ClassificationFailed);
+    // Anything else comes from outside the command's own code, such as a
+    // sanitizer that caught a fault in the plug-in.
+    if (end.code != static_cast<int>(ExitCode::Ok) && end.code != static_cast<int>(ExitCode::PreviewFailed))
+        return Complain(err, "classification failed: the classification process ended with status " +
+                                 std::to_string(end.code), ExitCode::ClassificationFailed);
 
     const bool previewOk = end.code == static_cast<int>(ExitCode::Ok);
     std::string error;

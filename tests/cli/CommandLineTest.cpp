@@ -111,7 +111,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"PluginThrows", "-overwrite scene.tif out", "", 2, "classification failed: fake engine exploded",
                 "throw"},
         Refusal{"PluginCrashes", "-overwrite scene.tif out", "", 2,
-                "classification failed: the plug-in crashed (Segmentation fault)", "crash"},
+                "classification failed: the plug-in crashed (Aborted)", "crash"},
         Refusal{"GdalErrorDuringRun", "-overwrite scene.tif out", "", 2,
                 "classification failed: GDAL: fake read error in 'scene.tif'", "gdal"},
         Refusal{"SuccessWithoutAResult", "-overwrite scene.tif out", "", 2,
