@@ -16,6 +16,8 @@ std::string WorkingCopyPath(const std::string& inputPath) {
     return WorkingCopyPath(QString::fromStdString(inputPath)).toStdString();
 }
 
+QString WorkingMaskPath(const QString& inputPath) { return inputPath + QStringLiteral("temmask.tif"); }
+
 QString ScratchFilePath(const QString& inputPath, std::uint64_t k) {
     return CutAtLastDot(inputPath) + QString::number(k) + QStringLiteral(".km");
 }

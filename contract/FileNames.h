@@ -25,6 +25,9 @@ QString CutAtLastDot(const QString& path);
 QString WorkingCopyPath(const QString& inputPath);
 std::string WorkingCopyPath(const std::string& inputPath);
 
+// The working copy's validity mask, a Byte GeoTIFF: "<input>temmask.tif".
+QString WorkingMaskPath(const QString& inputPath);
+
 // Scratch file k of a run on inputPath: the input cut at its last dot, then
 // k in decimal, then ".km".
 QString ScratchFilePath(const QString& inputPath, std::uint64_t k);

@@ -16,6 +16,9 @@ enum class RunResult : int {
     EngineFailedByte = 4, EngineFailedUInt16 = 5, EngineFailedInt16 = 6, EngineFailedUInt32 = 7,
     EngineFailedInt32 = 8, EngineFailedFloat32 = 9, EngineFailedFloat64 = 10,
     UnknownPixelType = 11,   // the working raster's pixel type is none of the seven
+    // Only a run with options (IsodataRun.h) ends with these.
+    NoValidPixel = 12,       // the validity mask leaves no pixel of the working copy; no engine ran
+    MaskUnusable = 13,       // the mask raster cannot be read or is not the input's size
 };
 
 } // namespace isodata

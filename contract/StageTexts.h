@@ -10,6 +10,7 @@ namespace isodata {
 // The algorithm object and the run driver.
 inline constexpr const char* kFrameContext = "ISODataClassification";
 inline constexpr const char* kWrongParameterType = "Type is Not stInfoClassificationISO!";
+inline constexpr const char* kWrongRunParameterType = "Type is Not stIsodataRun!";  // the run with options
 inline constexpr const char* kRunStarted = "ISOData Is Runing...";
 
 // The engine's iteration driver. Inside the loop every stage text is the

@@ -12,6 +12,11 @@
 // the row from them: each row of the image is read once per pass whatever
 // the block cache holds. If that read fails, the blocks of the row are read
 // band by band as a block each, which is what they would hold without it.
+//
+// With a validity mask (a Byte raster of the image's size, 0 = excluded) the
+// reader holds the mask rows of the block row too and hands out the block's
+// valid flags beside its values, laid out like them; outside a partial
+// block's extent they are 0.
 #pragma once
 
 #include "BandSlots.h"
@@ -35,17 +40,20 @@ template <class T>
 class BlockReader {
 public:
     BlockReader(GDALDataset* dataset, const std::vector<std::uint32_t>& bandIndices, std::int32_t blockWidth,
-                std::int32_t blockHeight)
+                std::int32_t blockHeight, GDALDataset* mask = nullptr)
         : dataset_(dataset),
+          mask_(mask && mask->GetRasterCount() >= 1 ? mask->GetRasterBand(1) : nullptr),
           slots_(dataset ? dataset->GetRasterCount() : 0, bandIndices),
           blockWidth_(blockWidth),
           blockHeight_(blockHeight),
           imageWidth_(dataset ? dataset->GetRasterXSize() : 0),
           buffers_(bandIndices.size(),
-                   std::vector<T>(static_cast<std::size_t>(blockWidth) * static_cast<std::size_t>(blockHeight))) {}
+                   std::vector<T>(static_cast<std::size_t>(blockWidth) * static_cast<std::size_t>(blockHeight))),
+          valid_(mask_ ? static_cast<std::size_t>(blockWidth) * static_cast<std::size_t>(blockHeight) : 0) {}
 
     void Read(const BlockGeometry& g) {
         const bool held = HoldRows(g);
+        if (mask_) ReadValid(g, held);
         for (std::size_t i = 0; i < buffers_.size(); ++i) {
             std::vector<T>& buffer = buffers_[i];
             if (g.partial) std::fill(buffer.begin(), buffer.end(), T(0));
@@ -64,6 +72,8 @@ public:
 
     const T* Band(std::size_t i) const { return buffers_[i].data(); }
     std::size_t BandCount() const { return buffers_.size(); }
+    // The block's valid flags (non-zero = valid), or null when every pixel is.
+    const std::uint8_t* Valid() const { return mask_ ? valid_.data() : nullptr; }
 
 private:
     std::size_t Plane() const { return imageWidth_ * static_cast<std::size_t>(blockHeight_); }
@@ -85,7 +95,26 @@ private:
                                      static_cast<int>(imageWidth_), g.h, PixelTraits<T>::gdalType,
                                      static_cast<int>(slots_.Count()), slots_.BandMap().data(), sizeof(T), line,
                                      line * blockHeight_, nullptr) == CE_None;
+        if (heldOk_ && mask_) {
+            maskRows_.resize(Plane());
+            heldOk_ = mask_->RasterIO(GF_Read, 0, g.y0, static_cast<int>(imageWidth_), g.h, maskRows_.data(),
+                                      static_cast<int>(imageWidth_), g.h, GDT_Byte, 0, 0, nullptr) == CE_None;
+        }
         return heldOk_;
+    }
+
+    // The block's flags from the held mask rows, or read on their own.
+    void ReadValid(const BlockGeometry& g, bool held) {
+        std::fill(valid_.begin(), valid_.end(), std::uint8_t(0));
+        if (!held) {
+            const CPLErr ignored = mask_->RasterIO(GF_Read, g.x0, g.y0, g.w, g.h, valid_.data(), g.w, g.h, GDT_Byte,
+                                                   1, blockWidth_, nullptr);
+            (void)ignored;
+            return;
+        }
+        for (std::int32_t r = 0; r < g.h; ++r)
+            std::copy_n(maskRows_.data() + static_cast<std::size_t>(r) * imageWidth_ + static_cast<std::size_t>(g.x0),
+                        g.w, valid_.data() + static_cast<std::size_t>(r) * blockWidth_);
     }
 
     // One band's block on its own. Failed reads are not detected; the buffer
@@ -99,11 +128,14 @@ private:
     }
 
     GDALDataset* dataset_;
+    GDALRasterBand* mask_;
     BandSlots slots_;
     std::int32_t blockWidth_, blockHeight_;
     std::size_t imageWidth_;
     std::vector<std::vector<T>> buffers_;
+    std::vector<std::uint8_t> valid_;
     std::vector<T> rows_;  // [slot][row][column] of the held block row
+    std::vector<std::uint8_t> maskRows_;  // [row][column] of the held block row
     std::int32_t heldY0_ = -1, heldRows_ = 0;
     bool heldOk_ = false;
 };

@@ -8,6 +8,9 @@
 //     cluster's sum, add its band values to its cluster's member sums and
 //     append its block-relative index to its cluster's scratch file.
 //  3. Every cluster's buffered indices reach its file before the next block.
+// A pixel the validity mask excludes joins no cluster: it is not counted,
+// adds to no sum and reaches no file, so every later statistic sees valid
+// pixels only.
 // Cluster 0 never accumulates a distance: its sum stays 0 whatever its
 // members. That is the engine's long-standing rule and is kept.
 // The member sums are added in the order the scratch files hold the members,
@@ -40,8 +43,7 @@ bool IsodataEngine<T>::ClassifyPixels(const StageProgress& stage) {
     if (!CreateClassFiles()) return false;
     distanceSums.assign(clusters, 0.0);
     memberSums.assign(clusters * bands, 0.0);
-    BlockReader<T> reader(inputDataset ? inputDataset->GetGDALDataset() : nullptr, bandIndices, blockWidth,
-                          blockHeight);
+    BlockReader<T> reader = MakeBlockReader();
     blockClassCounts.assign(blockCount, {});
 
     const std::vector<T> flat = FlattenCenters(centers, clusters, bands);
@@ -60,12 +62,14 @@ bool IsodataEngine<T>::ClassifyPixels(const StageProgress& stage) {
         const std::uint32_t rows = clusters > 0 && b < blockPixelHeights.size() ? blockPixelHeights[b] : 0;
         const std::uint32_t columns = b < blockPixelWidths.size() ? blockPixelWidths[b] : 0;
         for (std::size_t i = 0; i < bands; ++i) blockBands[i] = reader.Band(i);
+        const std::uint8_t* valid = reader.Valid();
         // Whole rows at once: in a partial block the pixels past its edge are
         // the reader's zero fill, and their results go unused.
         NearestCenters(blockBands.data(), bands, rows * rowLength, flat.data(), clusters, best.data(), label.data());
         for (std::uint32_t r = 0; r < rows; ++r) {
             for (std::uint32_t c = 0; c < columns; ++c) {
                 const std::size_t p = r * rowLength + c;
+                if (valid && !valid[p]) continue;
                 const auto k = static_cast<std::size_t>(label[p]);
                 if (k > 0) distanceSums[k] += best[p];
                 ++counts[k];

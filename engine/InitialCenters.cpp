@@ -2,7 +2,9 @@
 // selection on the city-block distances between the samples.
 //
 //  1. SampleBlocks: read every block once, record its clipped extent (which
-//     every later pass uses) and take its top-left pixel as the sample.
+//     every later pass uses) and take its top-left pixel as the sample; with
+//     a validity mask, its first valid pixel in row order, and none from a
+//     block without one.
 //  2. The first centre is the most central sample: the one whose largest
 //     distance to any other sample is smallest.
 //  3. Each further centre is the sample farthest from its nearest centre
@@ -58,6 +60,15 @@ std::size_t IndexOfLargest(const std::vector<T>& values) {
     return IndexOfBest(values, [](T a, T b) { return DistanceGreater(a, b); });
 }
 
+// Block-relative index of the first valid pixel of a w x h block in row
+// order, or -1 when it has none.
+std::int64_t FirstValid(const std::uint8_t* valid, std::int32_t w, std::int32_t h, std::int32_t stride) {
+    for (std::int32_t r = 0; r < h; ++r)
+        for (std::int32_t c = 0; c < w; ++c)
+            if (valid[static_cast<std::size_t>(r) * stride + c]) return static_cast<std::int64_t>(r) * stride + c;
+    return -1;
+}
+
 } // namespace
 
 template <class T>
@@ -67,8 +78,8 @@ void IsodataEngine<T>::SampleBlocks(double* accA, double* accB, const StageProgr
     blockPixelHeights.assign(blockCount, 0);
     const std::size_t perBlock = static_cast<std::size_t>(samplesPerBlock);
     samples.assign(bandIndices.size(), std::vector<T>(perBlock * blockCount));
-    BlockReader<T> reader(inputDataset ? inputDataset->GetGDALDataset() : nullptr, bandIndices, blockWidth,
-                          blockHeight);
+    sampleCount = 0;
+    BlockReader<T> reader = MakeBlockReader();
     SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(blockCount));
     progress.Start();
     for (std::uint32_t b = 0; b < blockCount; ++b) {
@@ -78,24 +89,34 @@ void IsodataEngine<T>::SampleBlocks(double* accA, double* accB, const StageProgr
         blockPixelHeights[b] = static_cast<std::uint32_t>(g.h);
         const std::int32_t n = g.w * g.h;
         blockPixelCounts[b] = static_cast<std::uint32_t>(n);
-        for (std::size_t i = 0; i < samples.size(); ++i) {
-            const T* band = reader.Band(i);
-            samples[i][b * perBlock] = band[0];
-            // Further samples index the full-size buffer as if it were w * h
-            // long, so in a partial block they may land in its zero fill.
-            for (std::size_t j = 1; j < perBlock; ++j)
-                samples[i][b * perBlock + j] = band[(n - 1) / static_cast<std::int32_t>(j)];
+        if (const std::uint8_t* valid = reader.Valid()) {
+            const std::int64_t first = FirstValid(valid, g.w, g.h, blockWidth);
+            if (first >= 0) {
+                for (std::size_t i = 0; i < samples.size(); ++i) samples[i][sampleCount] = reader.Band(i)[first];
+                ++sampleCount;
+            }
+        } else {
+            for (std::size_t i = 0; i < samples.size(); ++i) {
+                const T* band = reader.Band(i);
+                samples[i][b * perBlock] = band[0];
+                // Further samples index the full-size buffer as if it were w * h
+                // long, so in a partial block they may land in its zero fill.
+                for (std::size_t j = 1; j < perBlock; ++j)
+                    samples[i][b * perBlock + j] = band[(n - 1) / static_cast<std::int32_t>(j)];
+            }
+            sampleCount += perBlock;
         }
         *accB += *accA;
         progress.Step();
     }
+    for (auto& band : samples) band.resize(sampleCount);
 }
 
 template <class T>
 void IsodataEngine<T>::SelectInitialCenters(double* accA, double* accB, const StageProgress& stage,
                                             int samplesPerBlock) {
     SampleBlocks(accA, accB, stage, samplesPerBlock);
-    const std::size_t n = static_cast<std::size_t>(samplesPerBlock) * blockCount;
+    const std::size_t n = sampleCount;
     const std::size_t k = static_cast<std::size_t>(classCount);
     centers.assign(k, std::vector<T>(bandIndices.size(), T(0)));
 

@@ -13,6 +13,7 @@
 
 #include "ClassificationISO.h"
 #include "Progress.h"
+#include "ResultRaster.h"
 
 #include <KalDataSource.h>
 
@@ -23,12 +24,18 @@
 
 namespace isodata {
 
-// What the run driver hands an engine: the record and the run's two rasters.
+// What the run driver hands an engine: the record and the run's two rasters,
+// and with a validity mask the working copy's mask and the rules the result
+// pass reads at full size.
 struct EngineInputs {
     stInfoClassificationISO record;
     KalUtility::_ptr_t<KalDataSource::RasterDataset> input;    // full size
     KalUtility::_ptr_t<KalDataSource::RasterDataset> working;  // reduced copy
     int width = 0, height = 0;                                 // reduced size
+    KalUtility::_ptr_t<KalDataSource::RasterDataset> workingMask;  // Byte, reduced size, 0 = excluded; null: none
+    std::int64_t workingValidPixels = 0;                       // pixels the working mask leaves in
+    ResultPassOptions resultPass;
+    ResultPassReport* resultReport = nullptr;                  // filled by the result pass when given
 };
 
 // Everything a run holds but its pixel-typed values, grouped by role. It is a
@@ -42,6 +49,13 @@ struct EngineState {
     std::vector<std::uint32_t> bandIndices;          // 0-based dataset bands
     KalUtility::_ptr_t<KalDataSource::RasterDataset> inputDataset;   // reduced working raster
     KalUtility::_ptr_t<KalDataSource::RasterDataset> sourceDataset;  // full-size input
+    // The working copy's validity mask, or null when every pixel takes part,
+    // and the pixel count the overall mean distance is taken over: the valid
+    // pixels, which without a mask are all height x width of them.
+    KalUtility::_ptr_t<KalDataSource::RasterDataset> workingMask;
+    std::int32_t meanDistancePixels = 0;
+    ResultPassOptions resultPass;
+    ResultPassReport* resultReport = nullptr;
     QString inputPath, resultPath;
     std::int32_t pixelType = 0;
     stInfoClassificationISO params;
@@ -59,6 +73,7 @@ struct EngineState {
     std::int32_t blockColumns = 0, blockRows = 0;
     std::uint32_t blockCount = 0;
     std::vector<std::uint32_t> blockPixelWidths, blockPixelHeights, blockPixelCounts;
+    std::size_t sampleCount = 0;                     // N: samples taken, one per block holding a valid pixel
 
     // Clusters (their centres are in the engine, typed): counts, per-block
     // membership counts and the scratch files holding the members.
@@ -136,6 +151,9 @@ private:
     bool MergeClusters();
     void GenerateResultRaster(ProgressFn progress, void* userData);
     void AttachClassMetadata();
+
+    // A reader of the working copy's blocks; withValidity adds the valid flags.
+    BlockReader<T> MakeBlockReader(bool withValidity = true) const;
 
     // One pass over the image and the scratch files (MemberPass.h).
     template <class Visit>

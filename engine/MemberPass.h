@@ -19,8 +19,8 @@ template <class Visit>
 void IsodataEngine<T>::VisitClusterMembers(const StageProgress& stage, Visit&& visit) {
     const std::size_t clusters = ClusterLoopCount();
     for (std::size_t c = 0; c < clusters; ++c) classFiles.Rewind(c);
-    BlockReader<T> reader(inputDataset ? inputDataset->GetGDALDataset() : nullptr, bandIndices, blockWidth,
-                          blockHeight);
+    // The scratch files name valid pixels only, so no flags are needed.
+    BlockReader<T> reader = MakeBlockReader(false);
     SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(blockCount));
     progress.Start();
     std::vector<std::uint32_t> members;

@@ -1,5 +1,6 @@
 // The engine's last two stages, handed to the result output with only what
-// it needs: the datasets, the band list and the final centres.
+// it needs: the datasets, the band list, the final centres and the rules of
+// the validity mask.
 #include "IsodataEngine.h"
 
 #include "ClassMetadata.h"
@@ -15,7 +16,8 @@ void IsodataEngine<T>::GenerateResultRaster(ProgressFn progress, void* userData)
     labels.values.reserve(labels.clusters * labels.bands);
     for (const auto& centre : centers)
         for (std::size_t i = 0; i < labels.bands; ++i) labels.values.push_back(static_cast<float>(centre[i]));
-    isodata::GenerateResultRaster(sourceDataset, resultDataset, bandIndices, labels, progress, userData);
+    isodata::GenerateResultRaster(sourceDataset, resultDataset, bandIndices, labels, progress, userData, resultPass,
+                                  resultReport);
 }
 
 template <class T>

@@ -54,6 +54,13 @@ bool IsodataEngine<T>::Setup(const EngineInputs& inputs, std::int32_t pixelTypeC
     resultPath = record.resultPath;
     width = inputs.width;
     height = inputs.height;
+    workingMask = inputs.workingMask;
+    // A signed 32-bit count, wrapping like one.
+    meanDistancePixels = static_cast<std::int32_t>(
+        workingMask ? static_cast<std::uint32_t>(inputs.workingValidPixels)
+                    : static_cast<std::uint32_t>(height) * static_cast<std::uint32_t>(width));
+    resultPass = inputs.resultPass;
+    resultReport = inputs.resultReport;
     bandIndices.assign(record.bandIndices.begin(), record.bandIndices.end());
     bandCount = static_cast<std::int32_t>(bandIndices.size());
     desiredClassCount = Widened(record.desiredClassCount);
@@ -107,6 +114,12 @@ BlockGeometry IsodataEngine<T>::Block(std::uint32_t b) const {
     }
     g.partial = g.w != blockWidth || g.h != blockHeight;
     return g;
+}
+
+template <class T>
+BlockReader<T> IsodataEngine<T>::MakeBlockReader(bool withValidity) const {
+    return BlockReader<T>(inputDataset ? inputDataset->GetGDALDataset() : nullptr, bandIndices, blockWidth,
+                          blockHeight, withValidity && workingMask ? workingMask->GetGDALDataset() : nullptr);
 }
 
 template <class T>
@@ -190,8 +203,7 @@ void IsodataEngine<T>::RunIteration(std::uint64_t round, ProgressFn progress, vo
     double weighted = 0.0;
     for (std::size_t c = 0; c < ClusterLoopCount(); ++c)
         weighted += static_cast<double>(classPixelCounts[c]) * meanDistances[c];
-    const auto pixels = static_cast<std::int32_t>(static_cast<std::uint32_t>(height) * static_cast<std::uint32_t>(width));
-    overallMeanDistance = weighted / static_cast<double>(pixels);
+    overallMeanDistance = weighted / static_cast<double>(meanDistancePixels);
 
     const std::uint64_t k = classCount, d = desiredClassCount;
     const bool odd = round % 2 == 1;

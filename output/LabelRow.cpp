@@ -111,18 +111,22 @@ ISODATA_TARGET_AVX512 void LabelRowAvx512(const float* const* rows, std::size_t 
 } // namespace
 
 void LabelRow(VectorIsa isa, const float* const* rows, std::size_t n, const LabelCenters& centers,
-              std::int32_t* labels) {
+              std::int32_t* labels, const std::uint8_t* excluded) {
     switch (isa) {
 #if ISODATA_VECTOR_VARIANTS
-    case VectorIsa::Avx512: return LabelRowAvx512(rows, n, centers, labels);
-    case VectorIsa::Avx2: return LabelRowAvx2(rows, n, centers, labels);
+    case VectorIsa::Avx512: LabelRowAvx512(rows, n, centers, labels); break;
+    case VectorIsa::Avx2: LabelRowAvx2(rows, n, centers, labels); break;
 #endif
-    default: return LabelRowBaseline(rows, n, centers, labels);
+    default: LabelRowBaseline(rows, n, centers, labels); break;
     }
+    if (!excluded) return;
+    for (std::size_t x = 0; x < n; ++x)
+        if (excluded[x]) labels[x] = 0;
 }
 
-void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::int32_t* labels) {
-    LabelRow(BestIsa(), rows, n, centers, labels);
+void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::int32_t* labels,
+              const std::uint8_t* excluded) {
+    LabelRow(BestIsa(), rows, n, centers, labels, excluded);
 }
 
 } // namespace isodata

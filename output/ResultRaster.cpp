@@ -5,9 +5,11 @@
 //     call: strips of 16 rows when the file is striped, strips a tile high
 //     and a few tiles wide when it is tiled, so every block is read once
 //     whatever the block cache holds.
-//  2. Each row of a window is labelled (LabelRow) and its labels kept as
-//     their low byte.
-//  3. Once a strip is done, progress advances by 100 / H for each of its rows
+//  2. With a validity mask, the window's mask bands and mask raster are read
+//     alongside and its non-finite values found; excluded pixels are counted.
+//  3. Each row of a window is labelled (LabelRow), excluded pixels as 0, and
+//     its labels kept as their low byte.
+//  4. Once a strip is done, progress advances by 100 / H for each of its rows
 //     and its labels are written to band 1 in one call.
 #include "ResultRaster.h"
 
@@ -114,11 +116,15 @@ std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDatase
 std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                   const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
                                   const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
-                                  ProgressFn progress, void* userData) {
+                                  ProgressFn progress, void* userData, const ResultPassOptions& options,
+                                  ResultPassReport* report) {
     const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
     const std::size_t w = static_cast<std::size_t>(width);
     const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
     WindowReader window(source, bandIndices, shape);
+    ValidityReader validity(options.validity, bandIndices);
+    std::vector<std::uint8_t> excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0);
+    ExclusionCounts counts;
     std::vector<const float*> rows(bandIndices.size());
     std::vector<std::int32_t> labels(static_cast<std::size_t>(shape.columns));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
@@ -134,9 +140,13 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
         for (int x0 = 0; x0 < width; x0 += shape.columns) {
             const int columns = std::min(shape.columns, width - x0);
             window.Read(x0, y0, columns, count);
+            if (validity.Any()) validity.ReadMasks(x0, y0, columns, count, columns, count, excluded.data());
             for (int r = 0; r < count; ++r) {
                 for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.Row(k, r);
-                LabelRow(rows.data(), static_cast<std::size_t>(columns), centers, labels.data());
+                std::uint8_t* why = validity.Any() ? excluded.data() + static_cast<std::size_t>(r) * columns : nullptr;
+                if (why && validity.NonFinite()) MarkNonFinite(rows.data(), rows.size(), static_cast<std::size_t>(columns), why);
+                if (why) counts.Add(why, static_cast<std::size_t>(columns));
+                LabelRow(rows.data(), static_cast<std::size_t>(columns), centers, labels.data(), why);
                 // Class numbers above 255 keep their low byte.
                 std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * w + static_cast<std::size_t>(x0);
                 for (int x = 0; x < columns; ++x) row[x] = static_cast<std::uint8_t>(labels[static_cast<std::size_t>(x)]);
@@ -152,6 +162,7 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
             (void)ignored;
         }
     }
+    if (report) report->excluded = counts;
     return 0;
 }
 

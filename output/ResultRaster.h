@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Progress.h"
+#include "Validity.h"
 
 #include <KalDataSource.h>
 
@@ -32,10 +33,21 @@ std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDatase
                             int xOff, int yOff, int xSize, int ySize, double scaleX, double scaleY, void* buffer,
                             GDALDataType dataType);
 
+// What a result pass may do beyond labelling: honour a validity mask, whose
+// excluded pixels are labelled 0 and counted.
+struct ResultPassOptions {
+    ValidityRules validity;
+};
+
+struct ResultPassReport {
+    ExclusionCounts excluded;
+};
+
 // Labels the whole source into band 1 of result, row by row. Always 0.
 std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                   const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
                                   const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
-                                  ProgressFn progress, void* userData);
+                                  ProgressFn progress, void* userData, const ResultPassOptions& options = {},
+                                  ResultPassReport* report = nullptr);
 
 } // namespace isodata

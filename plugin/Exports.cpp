@@ -24,6 +24,12 @@ extern "C" KalAlgo::IKalAlgo* GetAlgoObj() try {
     return nullptr;
 }
 
+extern "C" KalAlgo::IKalAlgo* GetAlgoObjWithOptions() try {
+    return new isodata::ISODataClassificationRun();
+} catch (...) {
+    return nullptr;
+}
+
 // Runs nothing on purpose: the record is never put into the object's
 // parameter slot, so Execute always refuses it with error 100 and this entry
 // returns false. Only the host's GetAlgoObj/SetParams/Execute path classifies.

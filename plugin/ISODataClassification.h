@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ClassificationISO.h"
+#include "IsodataRun.h"
 
 #include <KalAlgo.h>
 
@@ -31,6 +32,17 @@ public:
     bool Execute() override;
 };
 
+// The addition beside it: Execute takes a stIsodataRun (the record with the
+// run's options), runs it, and writes the run's report into the slot's
+// record. Any other slot content is refused with error 100.
+class ISODataClassificationRun : public KalAlgo::IKalAlgo {
+public:
+    ISODataClassificationRun() = default;
+    ~ISODataClassificationRun() override;
+
+    bool Execute() override;
+};
+
 } // namespace isodata
 
 // Kept for hosts that link against it; its one operation does nothing.
@@ -45,6 +57,8 @@ public:
 
 extern "C" {
 ISODATA_EXPORT KalAlgo::IKalAlgo* GetAlgoObj();
+// The algorithm object of a run with options (IsodataRun.h).
+ISODATA_EXPORT KalAlgo::IKalAlgo* GetAlgoObjWithOptions();
 ISODATA_EXPORT bool ExecuteAlgo(const char* inputPath, const char* bandList, const char* resultPath,
                                 double stdDevThreshold, double mergeDistanceThreshold, int initialClassCount,
                                 int maxIterations, int maxMergePairs, int minClassPixels, int desiredClassCount);

@@ -3,14 +3,17 @@
 //
 //  1. Open the input; write a reduced Float32 copy of it beside the input
 //     ("<input>tem.tif"), resampled by GDAL while reading.
-//  2. Create the full-size ENVI class raster, georeferenced like the input.
-//  3. Run the engine for the working copy's pixel type.
-//  4. Copy the input's RPC side file to the result, remove the working copy.
+//  2. With a validity mask, write the working copy's mask beside it; a mask
+//     that leaves no pixel ends the run before anything else is made.
+//  3. Create the full-size ENVI class raster, georeferenced like the input.
+//  4. Run the engine for the working copy's pixel type.
+//  5. Copy the input's RPC side file to the result, remove the working copy.
 // The working copy survives only when the class raster cannot be created.
 #include "RunDriver.h"
 
 #include "FileNames.h"
 #include "ProgressBridge.h"
+#include "RunValidity.h"
 #include "WorkingCopy.h"
 
 #include <KalDataSource.h>
@@ -32,8 +35,8 @@ using KalDataSource::DatasetFactory;
 using KalDataSource::RasterDataset;
 using KalUtility::_ptr_t;
 
-// Removes the working copy when the run leaves, from the moment it exists
-// (an exception while it is written included), unless told to keep it.
+// Removes a working file when the run leaves, from the moment it exists (an
+// exception while it is written included), unless told to keep it.
 class WorkingFileGuard {
 public:
     ~WorkingFileGuard() {
@@ -46,6 +49,23 @@ private:
     QString path_;
     bool keep_ = false;
 };
+
+// The working copy's mask, opened for the engine, and the valid pixels it
+// leaves; Success, or why the run cannot go on.
+RunResult PrepareWorkingMask(const RunValidity& validity, EngineInputs& files, const QString& path,
+                             WorkingFileGuard& guard) {
+    guard.Watch(path);
+    const std::int64_t valid =
+        WriteWorkingMask(validity.Rules(), files.input->GetGDALDataset(), files.working->GetGDALDataset(),
+                         std::vector<std::uint32_t>(files.record.bandIndices.begin(), files.record.bandIndices.end()),
+                         path);
+    if (valid < 0) return RunResult::WorkingCopyFailed;
+    if (valid == 0) return RunResult::NoValidPixel;
+    files.workingMask = DatasetFactory::Instance()->OpenRasterDataset(path, KalDataSource::OpenReadOnly);
+    files.workingValidPixels = valid;
+    files.resultPass.validity = validity.Rules();
+    return files.workingMask ? RunResult::Success : RunResult::WorkingCopyFailed;
+}
 
 // Geotransform, then the envelope bound by bound, then the coordinate system.
 void CopyGeoreferencing(const _ptr_t<RasterDataset>& from, const _ptr_t<RasterDataset>& to) {
@@ -102,14 +122,22 @@ double ReductionFactor(int width, int height) {
 int ReducedSize(int size, double factor) { return static_cast<int>(size * factor + 0.5); }
 
 RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
+    return RunClassification(algorithm, boost::any_cast<stInfoClassificationISO>(algorithm.GetParams()),
+                             stIsodataRunOptions(), nullptr);
+}
+
+RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassificationISO& record,
+                            const stIsodataRunOptions& options, stIsodataRunReport* report) {
     EngineInputs files;
-    files.record = boost::any_cast<stInfoClassificationISO>(algorithm.GetParams());
+    files.record = record;
     const QString inputPath = files.record.inputPath, resultPath = files.record.resultPath;
     EmitProgress(&algorithm, 0.0, Translate(kFrameContext, kRunStarted));
 
     DatasetFactory* factory = DatasetFactory::Instance();
     files.input = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(inputPath, KalDataSource::OpenReadOnly));
     if (!files.input) return RunResult::InputNotOpened;
+    RunValidity validity;
+    if (!validity.Open(files.input->GetGDALDataset(), options)) return RunResult::MaskUnusable;
     const int x = files.input->GetRasterXSize(), y = files.input->GetRasterYSize();
     const double factor = ReductionFactor(x, y);
     files.width = ReducedSize(x, factor);
@@ -127,11 +155,20 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
         WriteWorkingCopy(files.input->GetGDALDataset(), working->GetGDALDataset(), files.width, files.height);
     }  // closing the handle flushes the file
     files.working = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
+    WorkingFileGuard maskGuard;
+    ResultPassReport resultReport;
+    if (validity.Rules().Any()) {
+        const RunResult prepared = PrepareWorkingMask(validity, files, WorkingMaskPath(inputPath), maskGuard);
+        if (report) report->workingValidPixels = files.workingValidPixels;
+        if (prepared != RunResult::Success) return prepared;
+        files.resultReport = &resultReport;
+    }
 
     {
         auto result = factory->CreateRasterDataset(resultPath, x, y, 1, KalDataSource::PDT_Byte, QStringLiteral("ENVI"));
         if (!result) {
             guard.Keep();  // the working copy stays on disk when no result could be created
+            maskGuard.Keep();
             return RunResult::ResultNotCreated;
         }
         CopyGeoreferencing(files.input, result);
@@ -141,6 +178,13 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
     if (const auto result = factory->OpenRasterDataset(resultPath, KalDataSource::OpenReadOnly))
         DatasetFactory::CopyRPCFile(files.input, result);
     files.working.reset();
+    files.workingMask.reset();
+    if (report) {
+        report->excludedPixels = resultReport.excluded.pixels;
+        report->excludedByMaskBands = resultReport.excluded.byMaskBands;
+        report->excludedByNonFinite = resultReport.excluded.byNonFinite;
+        report->excludedByMaskRaster = resultReport.excluded.byMaskRaster;
+    }
     return outcome;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "IsodataEngine.h"
+#include "IsodataRun.h"
 #include "RunResult.h"
 
 #include <KalAlgo.h>
@@ -21,5 +22,11 @@ RunResult RunEngineForWorkingRaster(KalAlgo::IKalAlgo& algorithm, const EngineIn
 
 // The whole run for the record in algorithm's parameter slot.
 RunResult RunClassification(KalAlgo::IKalAlgo& algorithm);
+
+// The whole run for record with options; algorithm receives the progress.
+// With the options' defaults this is the run above. The report, when given,
+// receives the run's figures (its result code is left to the caller).
+RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassificationISO& record,
+                            const stIsodataRunOptions& options, stIsodataRunReport* report);
 
 } // namespace isodata

@@ -61,7 +61,12 @@ public:
         record.bandIndices.resize(bands.size());
         for (std::size_t i = 0; i < bands.size(); ++i) record.bandIndices[i] = static_cast<std::int32_t>(i);
         const auto raster = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(record.inputPath, 0);
-        ASSERT_TRUE(engine.Setup({record, raster, raster, width, height}, isodata::PixelTraits<T>::gdalType));
+        isodata::EngineInputs inputs;
+        inputs.record = record;
+        inputs.input = inputs.working = raster;
+        inputs.width = width;
+        inputs.height = height;
+        ASSERT_TRUE(engine.Setup(inputs, isodata::PixelTraits<T>::gdalType));
         state.blockWidth = state.blockHeight = blockSide;
         seam.InitBlockGrid();
     }

@@ -1,0 +1,59 @@
+// A run with options: the one addition beside the plug-in's own interface.
+//
+// GetAlgoObj hands out the algorithm object whose Execute takes a
+// stInfoClassificationISO and nothing else; that stays exactly as it is.
+// GetAlgoObjWithOptions (exported beside it, plain name) hands out a second
+// object whose Execute takes a stIsodataRun: the same record, the options
+// below, and a report the run writes back into the parameter slot. Execute
+// refuses any other slot content with error 100 ("Type is Not stIsodataRun!").
+//
+// With every option at its default the run is the plain run, to the bit and
+// report for report; each option switches on one power.
+#pragma once
+
+#include "ClassificationISO.h"
+
+#include <QString>
+
+#include <cstdint>
+#include <vector>
+
+// Which nodata values stand behind the mask bands.
+enum class IsodataNodata : std::int32_t {
+    Declared = 0,  // the input's own, as GDAL reports them
+    Ignored = 1,   // none, whatever the input declares
+    Given = 2,     // nodataValues: one for every band, or one per input band
+};
+
+struct ISODATA_RECORD_API stIsodataRunOptions {
+    // The validity mask. When on, a pixel of the input is excluded when the
+    // mask band (GDALRasterBand::GetMaskBand) of any chosen band is 0 there,
+    // when any chosen band holds NaN or an infinity as a 32-bit float, or when
+    // band 1 of maskRasterPath is 0 there. Excluded pixels give no sample,
+    // join no cluster, add to no statistic and are labelled 0. The mask bands
+    // are those of the input, or of a virtual copy of it with the nodata
+    // values and dataset masks that nodata and datasetMasks ask for.
+    bool validityMask = false;
+    IsodataNodata nodata = IsodataNodata::Declared;
+    std::vector<double> nodataValues;  // for IsodataNodata::Given
+    bool datasetMasks = true;          // per-dataset masks (.msk, internal) and alpha bands count
+    bool excludeNonFinite = true;      // NaN and infinities are excluded
+    QString maskRasterPath;            // band 1, the input's size, 0 excludes; empty: none
+};
+
+// Pixels of the full-size input, counted by the result pass. A pixel that
+// several rules exclude counts once in excludedPixels and under every rule.
+struct ISODATA_RECORD_API stIsodataRunReport {
+    std::int32_t resultCode = -1;            // the run driver's result code; 0 success
+    std::int64_t excludedPixels = 0;
+    std::int64_t excludedByMaskBands = 0;
+    std::int64_t excludedByNonFinite = 0;
+    std::int64_t excludedByMaskRaster = 0;
+    std::int64_t workingValidPixels = -1;    // valid pixels of the working copy; -1 without a mask
+};
+
+struct ISODATA_RECORD_API stIsodataRun {
+    stInfoClassificationISO params;
+    stIsodataRunOptions options;
+    stIsodataRunReport report;               // written by Execute
+};

@@ -1,0 +1,105 @@
+// The validity rules read from GDAL.
+//
+//  1. The mask bands of the chosen bands, each distinct one once (a
+//     per-dataset mask serves every band); bands whose mask is "all valid"
+//     are skipped, since their mask can exclude nothing.
+//  2. A window of each is read as bytes with the caller's buffer size, the
+//     mask raster's band 1 in its own type, and the bits set where they are 0.
+//  3. Non-finite values are found in rows of floats the caller already holds.
+#include "Validity.h"
+
+#include <gdal_priv.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace isodata {
+
+namespace {
+
+// The buffer type that keeps a mask raster's zero apart from every other value.
+GDALDataType ZeroKeepingType(GDALDataType type) {
+    switch (type) {
+    case GDT_Byte: case GDT_UInt16: case GDT_Int16: case GDT_UInt32: case GDT_Int32: case GDT_Float32:
+    case GDT_Float64:
+        return type;
+    default:
+        return GDT_Float64;  // 64-bit and complex types: the real part, as a double
+    }
+}
+
+template <class V>
+void MarkZeros(const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why) {
+    const V* v = static_cast<const V*>(values);
+    for (std::size_t i = 0; i < n; ++i)
+        if (v[i] == V(0)) why[i] |= bit;
+}
+
+void MarkZeros(GDALDataType type, const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why) {
+    switch (type) {
+    case GDT_Byte: return MarkZeros<std::uint8_t>(values, n, bit, why);
+    case GDT_UInt16: return MarkZeros<std::uint16_t>(values, n, bit, why);
+    case GDT_Int16: return MarkZeros<std::int16_t>(values, n, bit, why);
+    case GDT_UInt32: return MarkZeros<std::uint32_t>(values, n, bit, why);
+    case GDT_Int32: return MarkZeros<std::int32_t>(values, n, bit, why);
+    case GDT_Float32: return MarkZeros<float>(values, n, bit, why);
+    default: return MarkZeros<double>(values, n, bit, why);
+    }
+}
+
+} // namespace
+
+void ExclusionCounts::Add(const std::uint8_t* why, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::uint8_t w = why[i];
+        if (w == 0) continue;
+        ++pixels;
+        byMaskBands += (w & kExcludedByMaskBand) != 0;
+        byNonFinite += (w & kExcludedByNonFinite) != 0;
+        byMaskRaster += (w & kExcludedByMaskRaster) != 0;
+    }
+}
+
+ValidityReader::ValidityReader(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices)
+    : rules_(rules) {
+    if (!rules_.maskBandsOf) return;
+    for (std::uint32_t index : bandIndices) {
+        if (index >= static_cast<std::uint32_t>(rules_.maskBandsOf->GetRasterCount())) continue;
+        GDALRasterBand* band = rules_.maskBandsOf->GetRasterBand(static_cast<int>(index) + 1);
+        if (band->GetMaskFlags() == GMF_ALL_VALID) continue;
+        GDALRasterBand* mask = band->GetMaskBand();
+        if (mask && std::find(maskBands_.begin(), maskBands_.end(), mask) == maskBands_.end())
+            maskBands_.push_back(mask);
+    }
+}
+
+bool ValidityReader::ReadMasks(int x0, int y0, int xSize, int ySize, int columns, int rows, std::uint8_t* why) {
+    const std::size_t n = static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows);
+    std::memset(why, 0, n);
+    bool ok = true;
+    if (!maskBands_.empty()) byteRow_.resize(n);
+    for (GDALRasterBand* mask : maskBands_) {
+        ok = mask->RasterIO(GF_Read, x0, y0, xSize, ySize, byteRow_.data(), columns, rows, GDT_Byte, 0, 0,
+                            nullptr) == CE_None && ok;
+        MarkZeros(GDT_Byte, byteRow_.data(), n, kExcludedByMaskBand, why);
+    }
+    if (rules_.maskRaster && rules_.maskRaster->GetRasterCount() >= 1) {
+        GDALRasterBand* band = rules_.maskRaster->GetRasterBand(1);
+        const GDALDataType type = ZeroKeepingType(band->GetRasterDataType());
+        valueRow_.resize((n * static_cast<std::size_t>(GDALGetDataTypeSizeBytes(type)) + sizeof(double) - 1) /
+                         sizeof(double));
+        ok = band->RasterIO(GF_Read, x0, y0, xSize, ySize, valueRow_.data(), columns, rows, type, 0, 0, nullptr) ==
+                 CE_None && ok;
+        MarkZeros(type, valueRow_.data(), n, kExcludedByMaskRaster, why);
+    }
+    return ok;
+}
+
+void MarkNonFinite(const float* const* rows, std::size_t rowCount, std::size_t n, std::uint8_t* why) {
+    for (std::size_t k = 0; k < rowCount; ++k)
+        for (std::size_t x = 0; x < n; ++x)
+            if (!std::isfinite(rows[k][x])) why[x] |= kExcludedByNonFinite;
+}
+
+} // namespace isodata

@@ -1,0 +1,63 @@
+// Which pixels of an input take part in a run. Three rules exclude a pixel:
+// the mask band (GDALRasterBand::GetMaskBand) of a chosen band is 0 there, a
+// chosen band holds NaN or an infinity as a 32-bit float, or band 1 of a mask
+// raster of the input's size is 0 there. The working copy's mask and the
+// result pass read the same rules, at reduced and at full size.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+class GDALDataset;
+class GDALRasterBand;
+
+namespace isodata {
+
+// The rules in force; a null dataset or false switches its rule off.
+struct ValidityRules {
+    GDALDataset* maskBandsOf = nullptr;  // the mask bands of the chosen bands of this dataset
+    GDALDataset* maskRaster = nullptr;   // band 1; only 0 excludes, its nodata is ignored
+    bool nonFinite = false;
+    bool Any() const { return maskBandsOf || maskRaster || nonFinite; }
+};
+
+// Why a pixel is excluded, one bit a rule; 0 means valid.
+enum ExclusionBit : std::uint8_t {
+    kExcludedByMaskBand = 1,
+    kExcludedByNonFinite = 2,
+    kExcludedByMaskRaster = 4,
+};
+
+struct ExclusionCounts {
+    std::int64_t pixels = 0;  // excluded by any rule
+    std::int64_t byMaskBands = 0, byNonFinite = 0, byMaskRaster = 0;
+    void Add(const std::uint8_t* why, std::size_t n);
+};
+
+class ValidityReader {
+public:
+    ValidityReader(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices);
+
+    bool Any() const { return rules_.Any(); }
+    bool NonFinite() const { return rules_.nonFinite; }
+
+    // Sets the mask-band and mask-raster bits of why for the window
+    // (x0, y0, xSize, ySize) of the input read into columns x rows, as GDAL's
+    // nearest-neighbour RasterIO picks pixels (reduced when the buffer is
+    // smaller). why is columns * rows bytes and is cleared first. False when
+    // a read failed; GDAL has raised the error.
+    bool ReadMasks(int x0, int y0, int xSize, int ySize, int columns, int rows, std::uint8_t* why);
+
+private:
+    ValidityRules rules_;
+    std::vector<GDALRasterBand*> maskBands_;  // distinct mask bands that can exclude something
+    std::vector<std::uint8_t> byteRow_;
+    std::vector<double> valueRow_;
+};
+
+// Sets the non-finite bit of why[x] for x < n when one of the rows holds NaN
+// or an infinity there.
+void MarkNonFinite(const float* const* rows, std::size_t rowCount, std::size_t n, std::uint8_t* why);
+
+} // namespace isodata
