@@ -52,9 +52,10 @@ class EngineHarness {
 public:
     // A raster of the engine's pixel type, set up as the run driver does
     // with the record (or just an initial cluster count) and every band;
-    // blockSide < 64 lays a small grid.
+    // blockSide < 64 lays a small grid. A non-empty valid list (0 excluded)
+    // becomes the working copy's validity mask.
     void Make(int width, int height, const testsupport::BandValues& bands, stInfoClassificationISO record,
-              int blockSide = 64) {
+              int blockSide = 64, const std::vector<double>& valid = {}) {
         testsupport::WriteRaster(dir.File("in.tif"), {width, height, isodata::PixelTraits<T>::gdalType, bands});
         record.inputPath = dir.QFile("in.tif");
         record.resultPath = dir.QFile("out.img");
@@ -66,12 +67,18 @@ public:
         inputs.input = inputs.working = raster;
         inputs.width = width;
         inputs.height = height;
+        if (!valid.empty()) {
+            testsupport::WriteRaster(dir.File("mask.tif"), {width, height, GDT_Byte, {valid}});
+            inputs.workingMask = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(dir.QFile("mask.tif"), 0);
+            for (double v : valid) inputs.workingValidPixels += v != 0;
+        }
         ASSERT_TRUE(engine.Setup(inputs, isodata::PixelTraits<T>::gdalType));
         state.blockWidth = state.blockHeight = blockSide;
         seam.InitBlockGrid();
     }
-    void Make(int width, int height, const testsupport::BandValues& bands, std::int32_t clusters, int blockSide = 64) {
-        Make(width, height, bands, {{}, {}, 0, clusters, 0, 0, 0, 0.0, 0.0, {}}, blockSide);
+    void Make(int width, int height, const testsupport::BandValues& bands, std::int32_t clusters, int blockSide = 64,
+              const std::vector<double>& valid = {}) {
+        Make(width, height, bands, {{}, {}, 0, clusters, 0, 0, 0, 0.0, 0.0, {}}, blockSide, valid);
     }
 
     isodata::StageProgress Stage() { return {testsupport::RecordProgress, &reports, QStringLiteral("stage")}; }

@@ -49,6 +49,8 @@ void WriteRaster(const std::string& path, const RasterTable& table) {
     utm.importFromEPSG(32633);
     ds->SetSpatialRef(&utm);
     for (int b = 0; b < bandCount; ++b) {
+        if (!table.nodata.empty()) ds->GetRasterBand(b + 1)->SetNoDataValue(table.nodata.front());
+        if (table.alphaBand == b + 1) ds->GetRasterBand(b + 1)->SetColorInterpretation(GCI_AlphaBand);
         std::vector<double> values = table.bands[b];
         ASSERT_EQ(values.size(), static_cast<size_t>(table.width) * table.height);
         ASSERT_EQ(ds->GetRasterBand(b + 1)->RasterIO(GF_Write, 0, 0, table.width, table.height, values.data(),

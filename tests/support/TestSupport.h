@@ -43,6 +43,8 @@ struct RasterTable {
     GDALDataType type = GDT_Byte;
     BandValues bands;
     std::vector<std::string> options = {};  // creation options, such as "TILED=YES"
+    std::vector<double> nodata = {};        // declared nodata: one value for every band, or none
+    int alphaBand = 0;                      // 1-based band marked as alpha; 0: none
 };
 
 // Writes a GeoTIFF with the given values, 30 m pixels in UTM zone 33N.

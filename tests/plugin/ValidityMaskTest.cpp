@@ -1,0 +1,339 @@
+// The run with options through the loaded plug-in, as our command drives it:
+// pixels the validity mask excludes are labelled 0, and nothing else about a
+// run depends on what they hold; a mask that excludes nothing is the plain
+// run, result and progress alike; a mask that leaves nothing runs nothing.
+#include "IsodataRun.h"
+#include "support/TestSupport.h"
+
+#include <KalAlgo.h>
+
+#include <gdal_priv.h>
+#include <ogr_spatialref.h>
+
+#include <boost/any.hpp>
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <set>
+
+namespace {
+
+using GetAlgoObjFn = KalAlgo::IKalAlgo* (*)();
+using PixelFn = std::function<double(int band, int x, int y)>;
+
+struct Scene {
+    int width, height, bands;
+    GDALDataType type;
+    int alphaBand = 0;  // 1-based; 0 for none
+};
+
+// Writes a GeoTIFF row by row, so large scenes cost no table in memory.
+void WriteScene(const std::string& path, const Scene& s, const PixelFn& value) {
+    testsupport::RegisterGdal();
+    GDALDatasetUniquePtr ds(GetGDALDriverManager()->GetDriverByName("GTiff")->Create(
+        path.c_str(), s.width, s.height, s.bands, s.type, nullptr));
+    ASSERT_TRUE(ds);
+    double gt[6] = {500000.0, 30.0, 0.0, 4200000.0, 0.0, -30.0};
+    ds->SetGeoTransform(gt);
+    std::vector<double> row(static_cast<std::size_t>(s.width));
+    for (int b = 1; b <= s.bands; ++b) {
+        if (b == s.alphaBand) ds->GetRasterBand(b)->SetColorInterpretation(GCI_AlphaBand);
+        for (int y = 0; y < s.height; ++y) {
+            for (int x = 0; x < s.width; ++x) row[static_cast<std::size_t>(x)] = value(b, x, y);
+            ASSERT_EQ(ds->GetRasterBand(b)->RasterIO(GF_Write, 0, y, s.width, 1, row.data(), s.width, 1, GDT_Float64,
+                                                     0, 0, nullptr),
+                      CE_None);
+        }
+    }
+}
+
+// Four groups of values, far apart in every band, with a little texture.
+double Land(int band, int x, int y) {
+    const int group = (x / 37 + y / 29) % 4;
+    return 20 + 50 * group + 7 * band + (x * 3 + y * 5) % 6;
+}
+
+// The excluded pixels: a border of 21 rows, a block-sized square, a diagonal
+// line and the first 40 pixels of one row, so that blocks lose their
+// top-left pixel, a part of their pixels, or all of them.
+bool Excluded(int x, int y) {
+    return y < 21 || (x >= 60 && x < 140 && y >= 40 && y < 110) || x == y || (y == 120 && x < 40);
+}
+
+using JunkFn = std::function<double(int x, int y)>;
+
+// Values no scene holds, differing pixel by pixel: what an excluded pixel may
+// hold without changing anything. Non-finite ones stay excluded whatever else
+// is in force.
+double NonFiniteJunk(int x, int y) {
+    const double specials[] = {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
+                               -std::numeric_limits<double>::infinity()};
+    return specials[(x * 7919 + y * 104729) % 3];
+}
+
+JunkFn JunkFor(GDALDataType type) {
+    if (type == GDT_Float32 || type == GDT_Float64)
+        return [](int x, int y) { return (x + y) % 4 == 0 ? 1e30 : (x + y) % 4 == 1 ? -3.0 : NonFiniteJunk(x, y); };
+    return [](int x, int y) { return std::vector<double>{0, 255, 1, 200, 17}[(x * 7919 + y * 104729) % 5]; };
+}
+
+struct Outcome {
+    bool executed = false;
+    std::vector<double> labels;
+    testsupport::Reports reports;
+    stIsodataRunReport report;
+};
+
+class ValidityMaskTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        library = dlopen(ISODATA_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library, nullptr) << dlerror();
+        getAlgoObj = reinterpret_cast<GetAlgoObjFn>(dlsym(library, "GetAlgoObj"));
+        getRunAlgoObj = reinterpret_cast<GetAlgoObjFn>(dlsym(library, "GetAlgoObjWithOptions"));
+        ASSERT_TRUE(getAlgoObj && getRunAlgoObj);
+    }
+    void TearDown() override {
+        if (library) dlclose(library);
+    }
+
+    stInfoClassificationISO Record(const std::string& input, int bands) const {
+        stInfoClassificationISO r{QString::fromStdString(input), dir.QFile("classes.img"), 4, 2, 5, 1, 4, 8.0, 15.0, {}};
+        for (int b = 0; b < bands; ++b) r.bandIndices.push_back(b);
+        return r;
+    }
+
+    // One run through either entry: the plain one when options is null.
+    Outcome Run(const stInfoClassificationISO& record, const stIsodataRunOptions* options) {
+        Outcome out;
+        KalUtility::_ptr_t<KalAlgo::IKalAlgo> algorithm(options ? getRunAlgoObj() : getAlgoObj());
+        algorithm->m_sigProgress.connect([&out](double percent, const QString& text, void*) {
+            out.reports.push_back({percent, text.toStdString()});
+            return 1;
+        });
+        boost::any params = options ? boost::any(stIsodataRun{record, *options, {}}) : boost::any(record);
+        algorithm->SetParams(params);
+        out.executed = algorithm->Execute();
+        if (options) out.report = boost::any_cast<stIsodataRun&>(algorithm->GetParams()).report;
+        if (testsupport::FileExists(record.resultPath.toStdString()))
+            out.labels = testsupport::ReadBand(record.resultPath.toStdString());
+        return out;
+    }
+
+    // Writes mask.tif: 0 where Excluded, 1 elsewhere (or everywhere).
+    std::string MaskRaster(int width, int height, bool excludeSome) {
+        const std::string path = dir.File("mask.tif");
+        WriteScene(path, {width, height, 1, GDT_Byte},
+                   [excludeSome](int, int x, int y) { return excludeSome && Excluded(x, y) ? 0.0 : 1.0; });
+        return path;
+    }
+
+    static stIsodataRunOptions MaskOptions(const std::string& maskRaster) {
+        stIsodataRunOptions o;
+        o.validityMask = true;
+        o.maskRasterPath = QString::fromStdString(maskRaster);
+        return o;
+    }
+
+    // The run on a scene and on the same scene with junk in its excluded
+    // pixels must agree byte for byte and report for report; excluded pixels
+    // are 0 and counted.
+    void ExpectExcludedPixelsChangeNothing(const Scene& scene, const stIsodataRunOptions& options,
+                                           const std::function<bool(int, int)>& excluded, const PixelFn& value,
+                                           JunkFn junk = nullptr) {
+        if (!junk) junk = JunkFor(scene.type);
+        const std::string a = dir.File("a.tif"), b = dir.File("b.tif");
+        WriteScene(a, scene, value);
+        WriteScene(b, scene, [&](int band, int x, int y) {
+            return excluded(x, y) && band != scene.alphaBand ? junk(x, y) : value(band, x, y);
+        });
+        const int bands = scene.alphaBand ? scene.bands - 1 : scene.bands;
+        const Outcome first = Run(Record(a, bands), &options);
+        const Outcome second = Run(Record(b, bands), &options);
+        ASSERT_TRUE(first.executed && second.executed);
+        EXPECT_EQ(first.labels, second.labels);
+        EXPECT_EQ(first.reports, second.reports);
+
+        std::int64_t expected = 0;
+        std::set<double> classes;
+        for (int y = 0; y < scene.height; ++y) {
+            for (int x = 0; x < scene.width; ++x) {
+                const double label = first.labels[static_cast<std::size_t>(y) * scene.width + x];
+                if (excluded(x, y)) {
+                    ++expected;
+                    ASSERT_EQ(label, 0.0) << "excluded pixel " << x << "," << y;
+                } else {
+                    classes.insert(label);
+                }
+            }
+        }
+        EXPECT_GE(classes.size(), 3u) << "the valid pixels hold several classes";
+        EXPECT_EQ(first.report.excludedPixels, expected);
+        EXPECT_EQ(second.report.excludedPixels, expected);
+    }
+
+    testsupport::TempDir dir;
+    void* library = nullptr;
+    GetAlgoObjFn getAlgoObj = nullptr, getRunAlgoObj = nullptr;
+};
+
+template <class T>
+class ValidityMaskTypedTest : public ValidityMaskTest {};
+using InputTypes = ::testing::Types<std::uint8_t, std::int16_t, std::uint16_t, float, double>;
+TYPED_TEST_SUITE(ValidityMaskTypedTest, InputTypes);
+
+template <class T> constexpr GDALDataType kGdalType =
+    std::is_same_v<T, std::uint8_t> ? GDT_Byte : std::is_same_v<T, std::int16_t> ? GDT_Int16
+    : std::is_same_v<T, std::uint16_t> ? GDT_UInt16 : std::is_same_v<T, float> ? GDT_Float32 : GDT_Float64;
+
+// 210 x 180 is clustered at half size, on a grid of 64-pixel blocks.
+TYPED_TEST(ValidityMaskTypedTest, ExcludedPixelsOfAMaskRasterChangeNoByteAndNoReport) {
+    const Scene scene{210, 180, 3, kGdalType<TypeParam>};
+    this->ExpectExcludedPixelsChangeNothing(scene, this->MaskOptions(this->MaskRaster(210, 180, true)), Excluded,
+                                            Land);
+}
+
+TYPED_TEST(ValidityMaskTypedTest, AMaskThatExcludesNothingIsThePlainRun) {
+    const std::string input = this->dir.File("scene.tif");
+    WriteScene(input, {210, 180, 3, kGdalType<TypeParam>}, Land);
+    const stIsodataRunOptions options = this->MaskOptions(this->MaskRaster(210, 180, false));
+    const Outcome plain = this->Run(this->Record(input, 3), nullptr);
+    const Outcome masked = this->Run(this->Record(input, 3), &options);
+    ASSERT_TRUE(plain.executed && masked.executed);
+    EXPECT_EQ(masked.labels, plain.labels);
+    EXPECT_EQ(masked.reports, plain.reports);
+    EXPECT_EQ(masked.report.excludedPixels, 0);
+    EXPECT_EQ(masked.report.workingValidPixels, 105 * 90);
+    // Every option at its default: the plain run through the other entry.
+    const stIsodataRunOptions none;
+    const Outcome defaults = this->Run(this->Record(input, 3), &none);
+    EXPECT_EQ(defaults.labels, plain.labels);
+    EXPECT_EQ(defaults.reports, plain.reports);
+}
+
+// Non-finite values need no declared nodata; infinities and NaN may change
+// places with each other freely.
+TEST_F(ValidityMaskTest, NonFiniteValuesAreExcludedWithoutAnyMaskBand) {
+    const auto nanBorder = [](int band, int x, int y) {
+        return Excluded(x, y) ? std::numeric_limits<double>::quiet_NaN() : Land(band, x, y);
+    };
+    stIsodataRunOptions options;
+    options.validityMask = true;
+    ExpectExcludedPixelsChangeNothing({210, 180, 3, GDT_Float32}, options, Excluded, nanBorder, NonFiniteJunk);
+}
+
+// An alpha band is the mask band GDAL gives the other bands of an RGBA image.
+TEST_F(ValidityMaskTest, PixelsUnderATransparentAlphaAreExcluded) {
+    const auto rgba = [](int band, int x, int y) { return band == 4 ? (Excluded(x, y) ? 0.0 : 255.0) : Land(band, x, y); };
+    stIsodataRunOptions options;
+    options.validityMask = true;
+    ExpectExcludedPixelsChangeNothing({210, 180, 4, GDT_Byte, 4}, options, Excluded, rgba);
+}
+
+// A declared nodata value excludes its pixels; declared nodata ignored, or
+// the mask band dropped, they join the clustering again.
+TEST_F(ValidityMaskTest, DeclaredNodataCanBeReplacedOrIgnored) {
+    const std::string input = dir.File("scene.tif");
+    testsupport::BandValues bands(3, std::vector<double>(120 * 110));
+    for (int b = 0; b < 3; ++b)
+        for (int i = 0; i < 120 * 110; ++i)
+            bands[b][i] = i / 120 < 15 ? -9999 : Land(b + 1, i % 120, i / 120);
+    testsupport::WriteRaster(input, {120, 110, GDT_Int16, bands, {}, {-9999}});
+    stIsodataRunOptions declared;
+    declared.validityMask = true;
+    const Outcome border = Run(Record(input, 3), &declared);
+    ASSERT_TRUE(border.executed);
+    EXPECT_EQ(border.report.excludedPixels, 15 * 120);
+    EXPECT_EQ(border.report.excludedByMaskBands, 15 * 120);
+
+    stIsodataRunOptions ignored = declared;
+    ignored.nodata = IsodataNodata::Ignored;
+    const Outcome plain = Run(Record(input, 3), nullptr);
+    const Outcome unmasked = Run(Record(input, 3), &ignored);
+    EXPECT_EQ(unmasked.report.excludedPixels, 0);
+    EXPECT_EQ(unmasked.labels, plain.labels);
+
+    stIsodataRunOptions given = ignored;
+    given.nodata = IsodataNodata::Given;
+    given.nodataValues = {-9999};
+    const Outcome again = Run(Record(input, 3), &given);
+    EXPECT_EQ(again.labels, border.labels);
+    EXPECT_EQ(again.reports, border.reports);
+}
+
+// Excluding whole bottom blocks leaves what a run on the image without them
+// sees: the same samples, members, centres and pixel count for the mean
+// distance, so the same classes where both have pixels.
+TEST_F(ValidityMaskTest, ExcludedBottomBlocksClassifyLikeTheImageWithoutThem) {
+    const auto value = [](int band, int x, int y) { return 30.0 * ((x / 11 + y / 13 + band) % 5) + (x * y) % 9; };
+    const std::string whole = dir.File("whole.tif"), top = dir.File("top.tif");
+    WriteScene(whole, {96, 96, 2, GDT_Byte}, value);
+    WriteScene(top, {96, 64, 2, GDT_Byte}, value);
+    stInfoClassificationISO record = Record(whole, 2);
+    record.minClassPixels = 1500;  // the split then turns on the overall mean distance
+    record.stdDevThreshold = 1.0;
+    record.initialClassCount = 3;
+    record.desiredClassCount = 7;
+    const Outcome plain = [&] {
+        stInfoClassificationISO r = record;
+        r.inputPath = QString::fromStdString(top);
+        return Run(r, nullptr);
+    }();
+    const std::string mask = dir.File("mask.tif");
+    WriteScene(mask, {96, 96, 1, GDT_Byte}, [](int, int, int y) { return y < 64 ? 1.0 : 0.0; });
+    const stIsodataRunOptions options = MaskOptions(mask);
+    const Outcome masked = Run(record, &options);
+    ASSERT_TRUE(plain.executed && masked.executed);
+    const std::vector<double> topRows(masked.labels.begin(), masked.labels.begin() + 96 * 64);
+    EXPECT_EQ(topRows, plain.labels);
+    EXPECT_EQ(std::set<double>(masked.labels.begin() + 96 * 64, masked.labels.end()), std::set<double>{0.0});
+}
+
+TEST_F(ValidityMaskTest, AMaskThatLeavesNothingRunsNothing) {
+    const std::string input = dir.File("scene.tif");
+    WriteScene(input, {120, 110, 3, GDT_Byte}, Land);
+    const std::string mask = dir.File("mask.tif");
+    WriteScene(mask, {120, 110, 1, GDT_Byte}, [](int, int, int) { return 0.0; });
+    const auto before = dir.List();
+    const stIsodataRunOptions options = MaskOptions(mask);
+    const Outcome out = Run(Record(input, 3), &options);
+    EXPECT_FALSE(out.executed);
+    EXPECT_EQ(out.report.resultCode, 12);
+    EXPECT_EQ(out.report.workingValidPixels, 0);
+    EXPECT_EQ(dir.List(), before);
+    EXPECT_EQ(out.reports.back(), std::make_pair(100.0, std::string()));
+}
+
+TEST_F(ValidityMaskTest, AMaskRasterOfAnotherSizeIsRefusedBeforeAnythingIsWritten) {
+    const std::string input = dir.File("scene.tif");
+    WriteScene(input, {120, 110, 3, GDT_Byte}, Land);
+    const auto before = dir.List();
+    const stIsodataRunOptions options = MaskOptions(MaskRaster(121, 110, false));
+    const Outcome out = Run(Record(input, 3), &options);
+    EXPECT_FALSE(out.executed);
+    EXPECT_EQ(out.report.resultCode, 13);
+    EXPECT_EQ(dir.List().size(), before.size() + 1);  // the mask raster alone
+}
+
+// The working copy at full size (shorter side up to 100) and at a quarter
+// (shorter side above 5000), where the mask is read reduced as the data is.
+TEST_F(ValidityMaskTest, ExcludedPixelsChangeNothingAtFullAndQuarterSize) {
+    for (const auto& [width, height] : {std::pair(96, 90), std::pair(5004, 5002)}) {
+        SCOPED_TRACE(width);
+        const auto excluded = [](int x, int y) { return Excluded(x % 300, y % 300) || (x / 700 + y / 900) % 5 == 4; };
+        const stIsodataRunOptions options = MaskOptions([&] {
+            const std::string path = dir.File("mask.tif");
+            WriteScene(path, {width, height, 1, GDT_Byte}, [&](int, int x, int y) { return excluded(x, y) ? 0.0 : 1.0; });
+            return path;
+        }());
+        ExpectExcludedPixelsChangeNothing({width, height, 1, GDT_Byte}, options, excluded,
+                                          [](int, int x, int y) { return Land(1, x, y); });
+    }
+}
+
+} // namespace
