@@ -43,6 +43,7 @@ struct ISODATA_RECORD_API stIsodataRunOptions {
 
 // Pixels of the full-size input, counted by the result pass. A pixel that
 // several rules exclude counts once in excludedPixels and under every rule.
+// Of the pixels not excluded, those labelled 0 are counted by why.
 struct ISODATA_RECORD_API stIsodataRunReport {
     std::int32_t resultCode = -1;            // the run driver's result code; 0 success
     std::int64_t excludedPixels = 0;
@@ -50,6 +51,9 @@ struct ISODATA_RECORD_API stIsodataRunReport {
     std::int64_t excludedByNonFinite = 0;
     std::int64_t excludedByMaskRaster = 0;
     std::int64_t workingValidPixels = -1;    // valid pixels of the working copy; -1 without a mask
+    std::int64_t backgroundPixels = 0;       // band values summing to zero
+    std::int64_t nonFinitePixels = 0;        // a band value NaN or infinite (with no mask to exclude it)
+    std::int64_t beyondReachPixels = 0;      // no centre nearer than the labelling's distance limit (1e7)
 };
 
 struct ISODATA_RECORD_API stIsodataRun {

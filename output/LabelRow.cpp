@@ -5,7 +5,7 @@
 //     in registers while every centre and band passes over them.
 //  2. Per pixel: the distance to each centre summed band by band; a strictly
 //     smaller distance takes the class; then the band values are summed to
-//     find background pixels.
+//     find background pixels, which the tile marks -1.
 //  3. The last, shorter tile is copied into zero-padded rows and labelled
 //     the same way; only its real pixels are kept.
 #include "LabelRow.h"
@@ -28,6 +28,8 @@ constexpr double kBackgroundSum = 1e-8;
 constexpr float kDistanceCeiling = 1e7f;
 // Vectors per tile: independent chains of additions for the CPU to overlap.
 constexpr std::size_t kVectors = 2;
+// What a tile writes for a background pixel; LabelRow makes it 0.
+constexpr std::int32_t kBackgroundMark = -1;
 
 // The smallest float whose double value is not below kBackgroundSum: a float
 // sum s has (double)s < kBackgroundSum exactly when s < this threshold.
@@ -67,7 +69,7 @@ ISODATA_ALWAYS_INLINE void LabelTile(const float* const* rows, std::size_t x0, c
     for (std::size_t k = 0; k < centers.bands; ++k)
         for (std::size_t v = 0; v < kVectors; ++v) sum[v] += lanes::Load<Lanes>(rows[k] + x0 + v * Lanes);
     for (std::size_t v = 0; v < kVectors; ++v) {
-        const Ints kept = lanes::Abs(sum[v]) < background ? Ints{} : label[v];
+        const Ints kept = lanes::Abs(sum[v]) < background ? lanes::Broadcast<Lanes>(kBackgroundMark) : label[v];
         std::memcpy(labels + v * Lanes, &kept, sizeof kept);
     }
 }
@@ -108,10 +110,16 @@ ISODATA_TARGET_AVX512 void LabelRowAvx512(const float* const* rows, std::size_t 
 }
 #endif
 
+bool AllFinite(const float* const* rows, std::size_t bands, std::size_t x) {
+    for (std::size_t k = 0; k < bands; ++k)
+        if (!std::isfinite(rows[k][x])) return false;
+    return true;
+}
+
 } // namespace
 
 void LabelRow(VectorIsa isa, const float* const* rows, std::size_t n, const LabelCenters& centers,
-              std::int32_t* labels, const std::uint8_t* excluded) {
+              std::int32_t* labels, const std::uint8_t* excluded, LabelTally* tally) {
     switch (isa) {
 #if ISODATA_VECTOR_VARIANTS
     case VectorIsa::Avx512: LabelRowAvx512(rows, n, centers, labels); break;
@@ -119,14 +127,20 @@ void LabelRow(VectorIsa isa, const float* const* rows, std::size_t n, const Labe
 #endif
     default: LabelRowBaseline(rows, n, centers, labels); break;
     }
-    if (!excluded) return;
-    for (std::size_t x = 0; x < n; ++x)
-        if (excluded[x]) labels[x] = 0;
+    for (std::size_t x = 0; x < n; ++x) {
+        const bool out = excluded && excluded[x];
+        if (tally && !out && labels[x] <= 0) {
+            if (labels[x] == kBackgroundMark) ++tally->background;
+            else if (AllFinite(rows, centers.bands, x)) ++tally->beyondReach;
+            else ++tally->nonFinite;
+        }
+        if (out || labels[x] == kBackgroundMark) labels[x] = 0;
+    }
 }
 
 void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::int32_t* labels,
-              const std::uint8_t* excluded) {
-    LabelRow(BestIsa(), rows, n, centers, labels, excluded);
+              const std::uint8_t* excluded, LabelTally* tally) {
+    LabelRow(BestIsa(), rows, n, centers, labels, excluded, tally);
 }
 
 } // namespace isodata

@@ -13,12 +13,14 @@ namespace isodata {
 // city-block distance to the pixel whose band values are rows[0..B-1][x];
 // 0 when no centre is nearer than 1e7 or when the band values sum to zero.
 // Ties go to the lower class. Bands are summed in band order for every pixel.
-// With excluded, a pixel whose entry is not 0 is labelled 0 whatever its values.
+// With excluded, a pixel whose entry is not 0 is labelled 0 whatever its
+// values. With tally, the pixels not excluded that stay unclassified are
+// counted by why.
 void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::int32_t* labels,
-              const std::uint8_t* excluded = nullptr);
+              const std::uint8_t* excluded = nullptr, LabelTally* tally = nullptr);
 
 // The same with the copy compiled for isa, which the CPU must run.
 void LabelRow(VectorIsa isa, const float* const* rows, std::size_t n, const LabelCenters& centers,
-              std::int32_t* labels, const std::uint8_t* excluded = nullptr);
+              std::int32_t* labels, const std::uint8_t* excluded = nullptr, LabelTally* tally = nullptr);
 
 } // namespace isodata

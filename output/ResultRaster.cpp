@@ -124,7 +124,7 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     WindowReader window(source, bandIndices, shape);
     ValidityReader validity(options.validity, bandIndices);
     std::vector<std::uint8_t> excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0);
-    ExclusionCounts counts;
+    ResultPassReport tally;
     std::vector<const float*> rows(bandIndices.size());
     std::vector<std::int32_t> labels(static_cast<std::size_t>(shape.columns));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
@@ -145,8 +145,9 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
                 for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.Row(k, r);
                 std::uint8_t* why = validity.Any() ? excluded.data() + static_cast<std::size_t>(r) * columns : nullptr;
                 if (why && validity.NonFinite()) MarkNonFinite(rows.data(), rows.size(), static_cast<std::size_t>(columns), why);
-                if (why) counts.Add(why, static_cast<std::size_t>(columns));
-                LabelRow(rows.data(), static_cast<std::size_t>(columns), centers, labels.data(), why);
+                if (why) tally.excluded.Add(why, static_cast<std::size_t>(columns));
+                LabelRow(rows.data(), static_cast<std::size_t>(columns), centers, labels.data(), why,
+                         &tally.unclassified);
                 // Class numbers above 255 keep their low byte.
                 std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * w + static_cast<std::size_t>(x0);
                 for (int x = 0; x < columns; ++x) row[x] = static_cast<std::uint8_t>(labels[static_cast<std::size_t>(x)]);
@@ -162,7 +163,7 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
             (void)ignored;
         }
     }
-    if (report) report->excluded = counts;
+    if (report) *report = tally;
     return 0;
 }
 

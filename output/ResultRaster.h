@@ -22,6 +22,15 @@ struct LabelCenters {
     std::vector<float> values;  // [cluster * bands + band]
 };
 
+// Pixels a labelling left unclassified, by why: their band values sum to
+// zero (background), a band value is NaN or infinite, or no centre lies
+// nearer than the labelling's limit.
+struct LabelTally {
+    std::int64_t background = 0;
+    std::int64_t nonFinite = 0;
+    std::int64_t beyondReach = 0;
+};
+
 // Class number 0..K of the pixel whose B band values are given: 0 when the
 // values sum to zero (background) or when no centre is nearer than 1e7 in
 // single-precision city-block distance; ties go to the lower class.
@@ -41,6 +50,7 @@ struct ResultPassOptions {
 
 struct ResultPassReport {
     ExclusionCounts excluded;
+    LabelTally unclassified;  // of the pixels not excluded
 };
 
 // Labels the whole source into band 1 of result, row by row. Always 0.

@@ -161,8 +161,8 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassifica
         const RunResult prepared = PrepareWorkingMask(validity, files, WorkingMaskPath(inputPath), maskGuard);
         if (report) report->workingValidPixels = files.workingValidPixels;
         if (prepared != RunResult::Success) return prepared;
-        files.resultReport = &resultReport;
     }
+    if (report) files.resultReport = &resultReport;
 
     {
         auto result = factory->CreateRasterDataset(resultPath, x, y, 1, KalDataSource::PDT_Byte, QStringLiteral("ENVI"));
@@ -184,6 +184,9 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassifica
         report->excludedByMaskBands = resultReport.excluded.byMaskBands;
         report->excludedByNonFinite = resultReport.excluded.byNonFinite;
         report->excludedByMaskRaster = resultReport.excluded.byMaskRaster;
+        report->backgroundPixels = resultReport.unclassified.background;
+        report->nonFinitePixels = resultReport.unclassified.nonFinite;
+        report->beyondReachPixels = resultReport.unclassified.beyondReach;
     }
     return outcome;
 }

@@ -58,4 +58,22 @@ TEST(LabelRowTest, EveryInstructionSetGivesTheBaselineLabels) {
     }
 }
 
+// Pixels not excluded that stay unclassified are told apart: background,
+// non-finite, beyond the distance limit; excluded ones are 0 and uncounted.
+TEST(LabelRowTest, UnclassifiedPixelsAreCountedByWhy) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const std::vector<float> band1 = {0, 5, nan, 2e7f, 10, 0, 2e7f, 12};
+    const std::vector<float> band2 = {0, -5, 1, 0, 10, 0, 0, 12};
+    const std::uint8_t excluded[] = {0, 0, 0, 0, 0, 1, 1, 0};
+    const float* rows[] = {band1.data(), band2.data()};
+    const isodata::LabelCenters centers{1, 2, {10, 10}};
+    std::vector<std::int32_t> labels(band1.size());
+    isodata::LabelTally tally;
+    isodata::LabelRow(rows, labels.size(), centers, labels.data(), excluded, &tally);
+    EXPECT_EQ(labels, (std::vector<std::int32_t>{0, 0, 0, 0, 1, 0, 0, 1}));
+    EXPECT_EQ(tally.background, 2);
+    EXPECT_EQ(tally.nonFinite, 1);
+    EXPECT_EQ(tally.beyondReach, 1);
+}
+
 } // namespace
