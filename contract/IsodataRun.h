@@ -39,6 +39,22 @@ struct ISODATA_RECORD_API stIsodataRunOptions {
     bool datasetMasks = true;          // per-dataset masks (.msk, internal) and alpha bands count
     bool excludeNonFinite = true;      // NaN and infinities are excluded
     QString maskRasterPath;            // band 1, the input's size, 0 excludes; empty: none
+
+    // Labelling with saved classes instead of clustering: one row of values
+    // per class (class k + 1 in row k), one value per chosen band, as a run
+    // reports them in its centres. The input is labelled in one pass by the
+    // labelling a run ends with; no working copy is made.
+    std::vector<std::vector<double>> applyCentres;
+
+    // Per class, the mean and standard deviation of every chosen band over
+    // its pixels at full size, gathered while labelling.
+    bool classStatistics = false;
+};
+
+struct ISODATA_RECORD_API stIsodataClassReport {
+    std::vector<double> centre;        // per chosen band, in the engine's pixel type, widened exactly
+    std::int64_t pixels = 0;           // full-size pixels labelled with the class
+    std::vector<double> mean, stddev;  // per chosen band, with classStatistics; deviation over n
 };
 
 // Pixels of the full-size input, counted by the result pass. A pixel that
@@ -54,6 +70,8 @@ struct ISODATA_RECORD_API stIsodataRunReport {
     std::int64_t backgroundPixels = 0;       // band values summing to zero
     std::int64_t nonFinitePixels = 0;        // a band value NaN or infinite (with no mask to exclude it)
     std::int64_t beyondReachPixels = 0;      // no centre nearer than the labelling's distance limit (1e7)
+    std::int32_t pixelType = 0;              // pixel-type code the centres were held in (GDAL's numbers)
+    std::vector<stIsodataClassReport> classes;  // class k + 1 in entry k
 };
 
 struct ISODATA_RECORD_API stIsodataRun {

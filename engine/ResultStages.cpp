@@ -10,14 +10,14 @@ namespace isodata {
 
 template <class T>
 void IsodataEngine<T>::GenerateResultRaster(ProgressFn progress, void* userData) {
-    LabelCenters labels;
-    labels.clusters = centers.size();
-    labels.bands = bandIndices.size();
-    labels.values.reserve(labels.clusters * labels.bands);
-    for (const auto& centre : centers)
-        for (std::size_t i = 0; i < labels.bands; ++i) labels.values.push_back(static_cast<float>(centre[i]));
-    isodata::GenerateResultRaster(sourceDataset, resultDataset, bandIndices, labels, progress, userData, resultPass,
-                                  resultReport);
+    if (report) {
+        report->pixelType = pixelType;
+        report->centres.clear();
+        for (const auto& centre : centers) report->centres.emplace_back(centre.begin(), centre.end());
+    }
+    isodata::GenerateResultRaster(sourceDataset, resultDataset, bandIndices,
+                                  ToLabelCenters(centers, bandIndices.size()), progress, userData, resultPass,
+                                  report ? &report->resultPass : nullptr);
 }
 
 template <class T>

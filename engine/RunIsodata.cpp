@@ -60,7 +60,7 @@ bool IsodataEngine<T>::Setup(const EngineInputs& inputs, std::int32_t pixelTypeC
         workingMask ? static_cast<std::uint32_t>(inputs.workingValidPixels)
                     : static_cast<std::uint32_t>(height) * static_cast<std::uint32_t>(width));
     resultPass = inputs.resultPass;
-    resultReport = inputs.resultReport;
+    report = inputs.report;
     bandIndices.assign(record.bandIndices.begin(), record.bandIndices.end());
     bandCount = static_cast<std::int32_t>(bandIndices.size());
     desiredClassCount = Widened(record.desiredClassCount);

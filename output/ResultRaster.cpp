@@ -125,6 +125,7 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     ValidityReader validity(options.validity, bandIndices);
     std::vector<std::uint8_t> excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0);
     ResultPassReport tally;
+    ClassMoments moments(centers, options.classStatistics);
     std::vector<const float*> rows(bandIndices.size());
     std::vector<std::int32_t> labels(static_cast<std::size_t>(shape.columns));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
@@ -148,6 +149,7 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
                 if (why) tally.excluded.Add(why, static_cast<std::size_t>(columns));
                 LabelRow(rows.data(), static_cast<std::size_t>(columns), centers, labels.data(), why,
                          &tally.unclassified);
+                if (report) moments.AddRow(rows.data(), labels.data(), static_cast<std::size_t>(columns));
                 // Class numbers above 255 keep their low byte.
                 std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * w + static_cast<std::size_t>(x0);
                 for (int x = 0; x < columns; ++x) row[x] = static_cast<std::uint8_t>(labels[static_cast<std::size_t>(x)]);
@@ -163,7 +165,10 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
             (void)ignored;
         }
     }
-    if (report) *report = tally;
+    if (report) {
+        *report = tally;
+        report->classes = moments.Finish();
+    }
     return 0;
 }
 

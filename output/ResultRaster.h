@@ -3,6 +3,7 @@
 // of the class raster.
 #pragma once
 
+#include "ClassStatistics.h"
 #include "Progress.h"
 #include "Validity.h"
 
@@ -21,6 +22,17 @@ struct LabelCenters {
     std::size_t bands = 0;
     std::vector<float> values;  // [cluster * bands + band]
 };
+
+// Centres held in any type (the engine's pixel type, or the double a saved
+// centre is read back as) narrowed to the floats the labelling works with.
+template <class V>
+LabelCenters ToLabelCenters(const std::vector<std::vector<V>>& centres, std::size_t bands) {
+    LabelCenters labels{centres.size(), bands, {}};
+    labels.values.reserve(labels.clusters * bands);
+    for (const auto& centre : centres)
+        for (std::size_t i = 0; i < bands; ++i) labels.values.push_back(static_cast<float>(centre[i]));
+    return labels;
+}
 
 // Pixels a labelling left unclassified, by why: their band values sum to
 // zero (background), a band value is NaN or infinite, or no centre lies
@@ -43,14 +55,17 @@ std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDatase
                             GDALDataType dataType);
 
 // What a result pass may do beyond labelling: honour a validity mask, whose
-// excluded pixels are labelled 0 and counted.
+// excluded pixels are labelled 0 and counted, and gather each class's band
+// means and deviations.
 struct ResultPassOptions {
     ValidityRules validity;
+    bool classStatistics = false;
 };
 
 struct ResultPassReport {
     ExclusionCounts excluded;
-    LabelTally unclassified;  // of the pixels not excluded
+    LabelTally unclassified;               // of the pixels not excluded
+    std::vector<ClassStatistics> classes;  // entry k is class k + 1
 };
 
 // Labels the whole source into band 1 of result, row by row. Always 0.

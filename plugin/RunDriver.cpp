@@ -9,8 +9,11 @@
 //  4. Run the engine for the working copy's pixel type.
 //  5. Copy the input's RPC side file to the result, remove the working copy.
 // The working copy survives only when the class raster cannot be created.
+// A run that applies saved centres skips 1, 2 and 4: the class raster is
+// labelled with them by the engine's own last two stages.
 #include "RunDriver.h"
 
+#include "ClassMetadata.h"
 #include "FileNames.h"
 #include "ProgressBridge.h"
 #include "RunValidity.h"
@@ -63,7 +66,6 @@ RunResult PrepareWorkingMask(const RunValidity& validity, EngineInputs& files, c
     if (valid == 0) return RunResult::NoValidPixel;
     files.workingMask = DatasetFactory::Instance()->OpenRasterDataset(path, KalDataSource::OpenReadOnly);
     files.workingValidPixels = valid;
-    files.resultPass.validity = validity.Rules();
     return files.workingMask ? RunResult::Success : RunResult::WorkingCopyFailed;
 }
 
@@ -95,6 +97,100 @@ RunResult RunEngine(KalAlgo::IKalAlgo& algorithm, const EngineInputs& files, int
     } catch (...) {
     }
     return PixelTraits<T>::failure;
+}
+
+// The full-size ENVI class raster, georeferenced like the input and closed
+// again: its users open it by path.
+bool CreateClassRaster(const EngineInputs& files) {
+    auto result = DatasetFactory::Instance()->CreateRasterDataset(
+        files.record.resultPath, files.input->GetRasterXSize(), files.input->GetRasterYSize(), 1,
+        KalDataSource::PDT_Byte, QStringLiteral("ENVI"));
+    if (!result) return false;
+    CopyGeoreferencing(files.input, result);
+    return true;
+}
+
+void CopyRpcSideFile(const EngineInputs& files) {
+    if (const auto result = DatasetFactory::Instance()->OpenRasterDataset(files.record.resultPath, KalDataSource::OpenReadOnly))
+        DatasetFactory::CopyRPCFile(files.input, result);
+}
+
+// Steps 1 to 5 for an opened input.
+RunResult Cluster(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const RunValidity& validity,
+                  stIsodataRunReport* report) {
+    const int x = files.input->GetRasterXSize(), y = files.input->GetRasterYSize();
+    const double factor = ReductionFactor(x, y);
+    files.width = ReducedSize(x, factor);
+    files.height = ReducedSize(y, factor);
+
+    DatasetFactory* factory = DatasetFactory::Instance();
+    const QString workingPath = WorkingCopyPath(files.record.inputPath);
+    WorkingFileGuard guard;
+    {
+        auto working = factory->CreateRasterDataset(workingPath, files.width, files.height,
+                                                    files.input->GetBandCount(), KalDataSource::PDT_Float32,
+                                                    QStringLiteral("GTiff"));
+        if (!working) return RunResult::WorkingCopyFailed;
+        guard.Watch(workingPath);
+        CopyGeoreferencing(files.input, working);
+        WriteWorkingCopy(files.input->GetGDALDataset(), working->GetGDALDataset(), files.width, files.height);
+    }  // closing the handle flushes the file
+    files.working = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
+    WorkingFileGuard maskGuard;
+    if (validity.Rules().Any()) {
+        const RunResult prepared =
+            PrepareWorkingMask(validity, files, WorkingMaskPath(files.record.inputPath), maskGuard);
+        if (report) report->workingValidPixels = files.workingValidPixels;
+        if (prepared != RunResult::Success) return prepared;
+    }
+    if (!CreateClassRaster(files)) {
+        guard.Keep();  // the working copy stays on disk when no result could be created
+        maskGuard.Keep();
+        return RunResult::ResultNotCreated;
+    }
+    const RunResult outcome = RunEngineForWorkingRaster(algorithm, files);
+    CopyRpcSideFile(files);
+    files.working.reset();
+    files.workingMask.reset();
+    return outcome;
+}
+
+// The class raster labelled with given centres, as a run's last two stages
+// label it with its own.
+RunResult Label(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const std::vector<std::vector<double>>& centres) {
+    if (!CreateClassRaster(files)) return RunResult::ResultNotCreated;
+    {
+        const auto result = DatasetFactory::Instance()->OpenRasterDataset(files.record.resultPath,
+                                                                          KalDataSource::OpenUpdate);
+        if (!result) return RunResult::ResultNotCreated;
+        const std::vector<std::uint32_t> bands(files.record.bandIndices.begin(), files.record.bandIndices.end());
+        GenerateResultRaster(files.input, result, bands, ToLabelCenters(centres, bands.size()), ProgressCallback,
+                             &algorithm, files.resultPass, files.report ? &files.report->resultPass : nullptr);
+        AttachClassMetadata(result, BuildClassMetadata(centres.size(), files.record.resultPath));
+    }
+    if (files.report) files.report->centres = centres;
+    CopyRpcSideFile(files);
+    return RunResult::Success;
+}
+
+void FillReport(stIsodataRunReport& report, const EngineReport& engine) {
+    const ResultPassReport& pass = engine.resultPass;
+    report.excludedPixels = pass.excluded.pixels;
+    report.excludedByMaskBands = pass.excluded.byMaskBands;
+    report.excludedByNonFinite = pass.excluded.byNonFinite;
+    report.excludedByMaskRaster = pass.excluded.byMaskRaster;
+    report.backgroundPixels = pass.unclassified.background;
+    report.nonFinitePixels = pass.unclassified.nonFinite;
+    report.beyondReachPixels = pass.unclassified.beyondReach;
+    report.pixelType = engine.pixelType;
+    report.classes.assign(engine.centres.size(), stIsodataClassReport());
+    for (std::size_t c = 0; c < engine.centres.size(); ++c) {
+        report.classes[c].centre = engine.centres[c];
+        if (c >= pass.classes.size()) continue;
+        report.classes[c].pixels = pass.classes[c].pixels;
+        report.classes[c].mean = pass.classes[c].mean;
+        report.classes[c].stddev = pass.classes[c].stddev;
+    }
 }
 
 } // namespace
@@ -130,64 +226,21 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassifica
                             const stIsodataRunOptions& options, stIsodataRunReport* report) {
     EngineInputs files;
     files.record = record;
-    const QString inputPath = files.record.inputPath, resultPath = files.record.resultPath;
     EmitProgress(&algorithm, 0.0, Translate(kFrameContext, kRunStarted));
 
-    DatasetFactory* factory = DatasetFactory::Instance();
-    files.input = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(inputPath, KalDataSource::OpenReadOnly));
+    files.input = KalUtility::dynamic_ptr_cast<RasterDataset>(
+        DatasetFactory::Instance()->OpenDataset(record.inputPath, KalDataSource::OpenReadOnly));
     if (!files.input) return RunResult::InputNotOpened;
     RunValidity validity;
     if (!validity.Open(files.input->GetGDALDataset(), options)) return RunResult::MaskUnusable;
-    const int x = files.input->GetRasterXSize(), y = files.input->GetRasterYSize();
-    const double factor = ReductionFactor(x, y);
-    files.width = ReducedSize(x, factor);
-    files.height = ReducedSize(y, factor);
+    files.resultPass.validity = validity.Rules();
+    files.resultPass.classStatistics = options.classStatistics;
+    EngineReport engineReport;
+    if (report) files.report = &engineReport;
 
-    const QString workingPath = WorkingCopyPath(inputPath);
-    WorkingFileGuard guard;
-    {
-        auto working = factory->CreateRasterDataset(workingPath, files.width, files.height,
-                                                    files.input->GetBandCount(), KalDataSource::PDT_Float32,
-                                                    QStringLiteral("GTiff"));
-        if (!working) return RunResult::WorkingCopyFailed;
-        guard.Watch(workingPath);
-        CopyGeoreferencing(files.input, working);
-        WriteWorkingCopy(files.input->GetGDALDataset(), working->GetGDALDataset(), files.width, files.height);
-    }  // closing the handle flushes the file
-    files.working = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
-    WorkingFileGuard maskGuard;
-    ResultPassReport resultReport;
-    if (validity.Rules().Any()) {
-        const RunResult prepared = PrepareWorkingMask(validity, files, WorkingMaskPath(inputPath), maskGuard);
-        if (report) report->workingValidPixels = files.workingValidPixels;
-        if (prepared != RunResult::Success) return prepared;
-    }
-    if (report) files.resultReport = &resultReport;
-
-    {
-        auto result = factory->CreateRasterDataset(resultPath, x, y, 1, KalDataSource::PDT_Byte, QStringLiteral("ENVI"));
-        if (!result) {
-            guard.Keep();  // the working copy stays on disk when no result could be created
-            maskGuard.Keep();
-            return RunResult::ResultNotCreated;
-        }
-        CopyGeoreferencing(files.input, result);
-    }  // the engine opens the result again by path
-
-    const RunResult outcome = RunEngineForWorkingRaster(algorithm, files);
-    if (const auto result = factory->OpenRasterDataset(resultPath, KalDataSource::OpenReadOnly))
-        DatasetFactory::CopyRPCFile(files.input, result);
-    files.working.reset();
-    files.workingMask.reset();
-    if (report) {
-        report->excludedPixels = resultReport.excluded.pixels;
-        report->excludedByMaskBands = resultReport.excluded.byMaskBands;
-        report->excludedByNonFinite = resultReport.excluded.byNonFinite;
-        report->excludedByMaskRaster = resultReport.excluded.byMaskRaster;
-        report->backgroundPixels = resultReport.unclassified.background;
-        report->nonFinitePixels = resultReport.unclassified.nonFinite;
-        report->beyondReachPixels = resultReport.unclassified.beyondReach;
-    }
+    const RunResult outcome = options.applyCentres.empty() ? Cluster(algorithm, files, validity, report)
+                                                           : Label(algorithm, files, options.applyCentres);
+    if (report) FillReport(*report, engineReport);
     return outcome;
 }
 

@@ -2,6 +2,8 @@
 // pixels the validity mask excludes are labelled 0, and nothing else about a
 // run depends on what they hold; a mask that excludes nothing is the plain
 // run, result and progress alike; a mask that leaves nothing runs nothing.
+// A run's centres applied to its own input label it as the run did, and the
+// class statistics are what the pixels hold.
 #include "IsodataRun.h"
 #include "support/TestSupport.h"
 
@@ -89,7 +91,7 @@ struct Outcome {
     stIsodataRunReport report;
 };
 
-class ValidityMaskTest : public ::testing::Test {
+class RunWithOptionsTest : public ::testing::Test {
 protected:
     void SetUp() override {
         library = dlopen(ISODATA_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
@@ -183,7 +185,7 @@ protected:
 };
 
 template <class T>
-class ValidityMaskTypedTest : public ValidityMaskTest {};
+class ValidityMaskTypedTest : public RunWithOptionsTest {};
 using InputTypes = ::testing::Types<std::uint8_t, std::int16_t, std::uint16_t, float, double>;
 TYPED_TEST_SUITE(ValidityMaskTypedTest, InputTypes);
 
@@ -218,7 +220,7 @@ TYPED_TEST(ValidityMaskTypedTest, AMaskThatExcludesNothingIsThePlainRun) {
 
 // Non-finite values need no declared nodata; infinities and NaN may change
 // places with each other freely.
-TEST_F(ValidityMaskTest, NonFiniteValuesAreExcludedWithoutAnyMaskBand) {
+TEST_F(RunWithOptionsTest, NonFiniteValuesAreExcludedWithoutAnyMaskBand) {
     const auto nanBorder = [](int band, int x, int y) {
         return Excluded(x, y) ? std::numeric_limits<double>::quiet_NaN() : Land(band, x, y);
     };
@@ -228,7 +230,7 @@ TEST_F(ValidityMaskTest, NonFiniteValuesAreExcludedWithoutAnyMaskBand) {
 }
 
 // An alpha band is the mask band GDAL gives the other bands of an RGBA image.
-TEST_F(ValidityMaskTest, PixelsUnderATransparentAlphaAreExcluded) {
+TEST_F(RunWithOptionsTest, PixelsUnderATransparentAlphaAreExcluded) {
     const auto rgba = [](int band, int x, int y) { return band == 4 ? (Excluded(x, y) ? 0.0 : 255.0) : Land(band, x, y); };
     stIsodataRunOptions options;
     options.validityMask = true;
@@ -237,7 +239,7 @@ TEST_F(ValidityMaskTest, PixelsUnderATransparentAlphaAreExcluded) {
 
 // A declared nodata value excludes its pixels; declared nodata ignored, or
 // the mask band dropped, they join the clustering again.
-TEST_F(ValidityMaskTest, DeclaredNodataCanBeReplacedOrIgnored) {
+TEST_F(RunWithOptionsTest, DeclaredNodataCanBeReplacedOrIgnored) {
     const std::string input = dir.File("scene.tif");
     testsupport::BandValues bands(3, std::vector<double>(120 * 110));
     for (int b = 0; b < 3; ++b)
@@ -269,7 +271,7 @@ TEST_F(ValidityMaskTest, DeclaredNodataCanBeReplacedOrIgnored) {
 // Excluding whole bottom blocks leaves what a run on the image without them
 // sees: the same samples, members, centres and pixel count for the mean
 // distance, so the same classes where both have pixels.
-TEST_F(ValidityMaskTest, ExcludedBottomBlocksClassifyLikeTheImageWithoutThem) {
+TEST_F(RunWithOptionsTest, ExcludedBottomBlocksClassifyLikeTheImageWithoutThem) {
     const auto value = [](int band, int x, int y) { return 30.0 * ((x / 11 + y / 13 + band) % 5) + (x * y) % 9; };
     const std::string whole = dir.File("whole.tif"), top = dir.File("top.tif");
     WriteScene(whole, {96, 96, 2, GDT_Byte}, value);
@@ -294,7 +296,7 @@ TEST_F(ValidityMaskTest, ExcludedBottomBlocksClassifyLikeTheImageWithoutThem) {
     EXPECT_EQ(std::set<double>(masked.labels.begin() + 96 * 64, masked.labels.end()), std::set<double>{0.0});
 }
 
-TEST_F(ValidityMaskTest, AMaskThatLeavesNothingRunsNothing) {
+TEST_F(RunWithOptionsTest, AMaskThatLeavesNothingRunsNothing) {
     const std::string input = dir.File("scene.tif");
     WriteScene(input, {120, 110, 3, GDT_Byte}, Land);
     const std::string mask = dir.File("mask.tif");
@@ -309,7 +311,7 @@ TEST_F(ValidityMaskTest, AMaskThatLeavesNothingRunsNothing) {
     EXPECT_EQ(out.reports.back(), std::make_pair(100.0, std::string()));
 }
 
-TEST_F(ValidityMaskTest, AMaskRasterOfAnotherSizeIsRefusedBeforeAnythingIsWritten) {
+TEST_F(RunWithOptionsTest, AMaskRasterOfAnotherSizeIsRefusedBeforeAnythingIsWritten) {
     const std::string input = dir.File("scene.tif");
     WriteScene(input, {120, 110, 3, GDT_Byte}, Land);
     const auto before = dir.List();
@@ -322,7 +324,7 @@ TEST_F(ValidityMaskTest, AMaskRasterOfAnotherSizeIsRefusedBeforeAnythingIsWritte
 
 // The working copy at full size (shorter side up to 100) and at a quarter
 // (shorter side above 5000), where the mask is read reduced as the data is.
-TEST_F(ValidityMaskTest, ExcludedPixelsChangeNothingAtFullAndQuarterSize) {
+TEST_F(RunWithOptionsTest, ExcludedPixelsChangeNothingAtFullAndQuarterSize) {
     for (const auto& [width, height] : {std::pair(96, 90), std::pair(5004, 5002)}) {
         SCOPED_TRACE(width);
         const auto excluded = [](int x, int y) { return Excluded(x % 300, y % 300) || (x / 700 + y / 900) % 5 == 4; };
@@ -334,6 +336,76 @@ TEST_F(ValidityMaskTest, ExcludedPixelsChangeNothingAtFullAndQuarterSize) {
         ExpectExcludedPixelsChangeNothing({width, height, 1, GDT_Byte}, options, excluded,
                                           [](int, int x, int y) { return Land(1, x, y); });
     }
+}
+
+// Per class and band, mean and standard deviation (over n) worked out with
+// a two-pass sum straight from the files.
+struct Direct {
+    std::vector<std::int64_t> pixels;
+    std::vector<std::vector<double>> mean, stddev;
+};
+
+Direct Describe(const std::string& input, int bands, const std::vector<double>& labels, std::size_t classes) {
+    Direct d{std::vector<std::int64_t>(classes), std::vector<std::vector<double>>(classes, std::vector<double>(bands)),
+             std::vector<std::vector<double>>(classes, std::vector<double>(bands))};
+    std::vector<std::vector<double>> values;
+    for (int b = 1; b <= bands; ++b) values.push_back(testsupport::ReadBand(input, b));
+    for (double l : labels)
+        if (l > 0) ++d.pixels[static_cast<std::size_t>(l) - 1];
+    for (int b = 0; b < bands; ++b) {
+        std::vector<double> sum(classes), squares(classes);
+        for (std::size_t i = 0; i < labels.size(); ++i)
+            if (labels[i] > 0) sum[static_cast<std::size_t>(labels[i]) - 1] += values[b][i];
+        for (std::size_t c = 0; c < classes; ++c) d.mean[c][b] = sum[c] / static_cast<double>(d.pixels[c]);
+        for (std::size_t i = 0; i < labels.size(); ++i) {
+            if (labels[i] <= 0) continue;
+            const std::size_t c = static_cast<std::size_t>(labels[i]) - 1;
+            squares[c] += (values[b][i] - d.mean[c][b]) * (values[b][i] - d.mean[c][b]);
+        }
+        for (std::size_t c = 0; c < classes; ++c) d.stddev[c][b] = std::sqrt(squares[c] / static_cast<double>(d.pixels[c]));
+    }
+    return d;
+}
+
+TEST_F(RunWithOptionsTest, ARunsCentresAppliedToItsInputLabelItAsTheRunDidWithTheStatisticsItHolds) {
+    const std::string input = dir.File("scene.tif");
+    const auto value = [](int band, int x, int y) {
+        return Excluded(x, y) ? std::numeric_limits<double>::quiet_NaN() : 1000.0 * Land(band, x, y) + 0.37 * x;
+    };
+    WriteScene(input, {210, 180, 3, GDT_Float32}, value);
+    stIsodataRunOptions options;
+    options.validityMask = true;
+    options.classStatistics = true;
+    const Outcome run = Run(Record(input, 3), &options);
+    ASSERT_TRUE(run.executed);
+    ASSERT_GE(run.report.classes.size(), 3u);
+    EXPECT_EQ(run.report.pixelType, GDT_Float32);
+
+    const Direct direct = Describe(input, 3, run.labels, run.report.classes.size());
+    for (std::size_t c = 0; c < run.report.classes.size(); ++c) {
+        const stIsodataClassReport& k = run.report.classes[c];
+        EXPECT_EQ(k.pixels, direct.pixels[c]) << "class " << c + 1;
+        for (int b = 0; b < 3; ++b) {
+            EXPECT_NEAR(k.mean[b], direct.mean[c][b], 1e-9 * std::abs(direct.mean[c][b])) << "class " << c + 1;
+            EXPECT_NEAR(k.stddev[b], direct.stddev[c][b], 1e-9 * direct.stddev[c][b] + 1e-12) << "class " << c + 1;
+        }
+    }
+
+    stIsodataRunOptions apply = options;
+    for (const stIsodataClassReport& k : run.report.classes) apply.applyCentres.push_back(k.centre);
+    stInfoClassificationISO record = Record(input, 3);
+    record.resultPath = dir.QFile("applied.img");
+    const Outcome applied = Run(record, &apply);
+    ASSERT_TRUE(applied.executed);
+    EXPECT_EQ(testsupport::ReadText(dir.File("applied.img")), testsupport::ReadText(dir.File("classes.img")));
+    EXPECT_EQ(applied.report.excludedPixels, run.report.excludedPixels);
+    ASSERT_EQ(applied.report.classes.size(), run.report.classes.size());
+    for (std::size_t c = 0; c < run.report.classes.size(); ++c) {
+        EXPECT_EQ(applied.report.classes[c].pixels, run.report.classes[c].pixels);
+        EXPECT_EQ(applied.report.classes[c].mean, run.report.classes[c].mean);
+    }
+    // Labelling alone reports its start, its rows and its end.
+    EXPECT_EQ(applied.reports.size(), 1u + 1u + 180u + 1u);
 }
 
 } // namespace
