@@ -49,6 +49,14 @@ struct ISODATA_RECORD_API stIsodataRunOptions {
     // Per class, the mean and standard deviation of every chosen band over
     // its pixels at full size, gathered while labelling.
     bool classStatistics = false;
+
+    // Threads the passes share their pixels out to, the calling thread
+    // included; the result and the progress reports are the same for every
+    // count (reports come from the calling thread only).
+    std::int32_t threads = 1;
+    // Bytes the working copy may take in memory instead of a file beside the
+    // input; 0 keeps it on disk. A copy that does not fit stays on disk.
+    std::int64_t memoryBytes = 0;
 };
 
 struct ISODATA_RECORD_API stIsodataClassReport {

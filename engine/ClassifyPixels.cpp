@@ -3,10 +3,11 @@
 //
 //  1. Open fresh scratch files and reset the distance and member sums.
 //  2. For every block: read all bands, find each pixel's nearest centre
-//     (NearestCenters; strictly nearer wins, so ties keep the lower cluster),
-//     then in pixel order count it per block, add its distance to its
-//     cluster's sum, add its band values to its cluster's member sums and
-//     append its block-relative index to its cluster's scratch file.
+//     (NearestCenters; strictly nearer wins, so ties keep the lower cluster;
+//     rows shared out to the worker threads, if any), then in pixel order
+//     count it per block, add its distance to its cluster's sum, add its
+//     band values to its cluster's member sums and append its block-relative
+//     index to its cluster's scratch file.
 //  3. Every cluster's buffered indices reach its file before the next block.
 // A pixel the validity mask excludes joins no cluster: it is not counted,
 // adds to no sum and reaches no file, so every later statistic sees valid
@@ -30,6 +31,21 @@ std::vector<T> FlattenCenters(const std::vector<std::vector<T>>& centers, std::s
     for (std::size_t k = 0; k < clusters; ++k)
         for (std::size_t i = 0; i < bands; ++i) flat.push_back(centers[k][i]);
     return flat;
+}
+
+// NearestCenters over the first rows rows of a block, the rows shared out to
+// pool: each pixel's answer depends on that pixel alone.
+template <class T>
+void NearestInPieces(WorkerPool* pool, const std::vector<const T*>& bands, std::size_t rowLength, std::size_t rows,
+                     const std::vector<T>& centres, std::size_t clusters, double* best, double* label) {
+    const Pieces pieces(rows, PiecesFor(pool));
+    ForEachPiece(pool, pieces.count, [&](std::size_t p) {
+        const std::size_t first = pieces.Begin(p) * rowLength, end = pieces.Begin(p + 1) * rowLength;
+        std::vector<const T*> shifted(bands.size());
+        for (std::size_t i = 0; i < bands.size(); ++i) shifted[i] = bands[i] + first;
+        NearestCenters(shifted.data(), bands.size(), end - first, centres.data(), clusters, best + first,
+                       label + first);
+    });
 }
 
 } // namespace
@@ -65,7 +81,7 @@ bool IsodataEngine<T>::ClassifyPixels(const StageProgress& stage) {
         const std::uint8_t* valid = reader.Valid();
         // Whole rows at once: in a partial block the pixels past its edge are
         // the reader's zero fill, and their results go unused.
-        NearestCenters(blockBands.data(), bands, rows * rowLength, flat.data(), clusters, best.data(), label.data());
+        NearestInPieces(pool, blockBands, rowLength, rows, flat, clusters, best.data(), label.data());
         for (std::uint32_t r = 0; r < rows; ++r) {
             for (std::uint32_t c = 0; c < columns; ++c) {
                 const std::size_t p = r * rowLength + c;

@@ -14,6 +14,7 @@
 #include "ClassificationISO.h"
 #include "Progress.h"
 #include "ResultRaster.h"
+#include "WorkerPool.h"
 
 #include <KalDataSource.h>
 
@@ -44,6 +45,7 @@ struct EngineInputs {
     std::int64_t workingValidPixels = 0;                       // pixels the working mask leaves in
     ResultPassOptions resultPass;
     EngineReport* report = nullptr;                            // filled at the end when given
+    WorkerPool* pool = nullptr;                                // threads the passes share out to; null: none
 };
 
 // Everything a run holds but its pixel-typed values, grouped by role. It is a
@@ -64,6 +66,7 @@ struct EngineState {
     std::int32_t meanDistancePixels = 0;
     ResultPassOptions resultPass;
     EngineReport* report = nullptr;
+    WorkerPool* pool = nullptr;
     QString inputPath, resultPath;
     std::int32_t pixelType = 0;
     stInfoClassificationISO params;

@@ -61,6 +61,7 @@ bool IsodataEngine<T>::Setup(const EngineInputs& inputs, std::int32_t pixelTypeC
                     : static_cast<std::uint32_t>(height) * static_cast<std::uint32_t>(width));
     resultPass = inputs.resultPass;
     report = inputs.report;
+    pool = inputs.pool;
     bandIndices.assign(record.bandIndices.begin(), record.bandIndices.end());
     bandCount = static_cast<std::int32_t>(bandIndices.size());
     desiredClassCount = Widened(record.desiredClassCount);

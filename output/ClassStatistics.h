@@ -25,6 +25,11 @@ public:
     // values are rows[0..B-1][x]; 0 (unclassified) counts nowhere.
     void AddRow(const float* const* rows, const std::int32_t* labels, std::size_t n);
 
+    // Adds what other gathered (over the same centres) and empties it. Rows
+    // gathered apart and merged in row order give the same sums whoever
+    // gathered them.
+    void MergeFrom(ClassMoments& other);
+
     // Entry k is class k + 1. Deviations divide by the pixel count.
     std::vector<ClassStatistics> Finish() const;
 

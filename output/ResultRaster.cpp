@@ -8,7 +8,9 @@
 //  2. With a validity mask, the window's mask bands and mask raster are read
 //     alongside and its non-finite values found; excluded pixels are counted.
 //  3. Each row of a window is labelled (LabelRow), excluded pixels as 0, and
-//     its labels kept as their low byte.
+//     its labels kept as their low byte; the rows are shared out to the
+//     worker threads, if any, each gathering its own counts and moments,
+//     which are then added up in row order.
 //  4. Once a strip is done, progress advances by 100 / H for each of its rows
 //     and its labels are written to band 1 in one call.
 #include "ResultRaster.h"
@@ -113,6 +115,48 @@ std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDatase
     return 1;
 }
 
+namespace {
+
+// What labelling the rows of one window needs and leaves: the window, its
+// exclusions, per-row counts and moments, and the bytes to write.
+struct WindowLabels {
+    const WindowReader& window;
+    const LabelCenters& centers;
+    bool nonFinite;
+    std::vector<std::uint8_t>& excluded;  // empty without a validity mask
+    std::vector<ResultPassReport>& rowTally;
+    std::vector<ClassMoments>& rowMoments;
+    std::vector<std::uint8_t>& out;
+    std::size_t outStride;
+
+    void Row(int r, int x0, int columns, std::vector<const float*>& rows, std::vector<std::int32_t>& labels) const {
+        for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.Row(k, r);
+        const std::size_t n = static_cast<std::size_t>(columns);
+        std::uint8_t* why = excluded.empty() ? nullptr : excluded.data() + static_cast<std::size_t>(r) * n;
+        ResultPassReport& tally = rowTally[static_cast<std::size_t>(r)];
+        if (why && nonFinite) MarkNonFinite(rows.data(), rows.size(), n, why);
+        if (why) tally.excluded.Add(why, n);
+        LabelRow(rows.data(), n, centers, labels.data(), why, &tally.unclassified);
+        rowMoments[static_cast<std::size_t>(r)].AddRow(rows.data(), labels.data(), n);
+        // Class numbers above 255 keep their low byte.
+        std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * outStride + static_cast<std::size_t>(x0);
+        for (std::size_t x = 0; x < n; ++x) row[x] = static_cast<std::uint8_t>(labels[x]);
+    }
+};
+
+void Accumulate(ResultPassReport& total, ResultPassReport& row) {
+    total.excluded.pixels += row.excluded.pixels;
+    total.excluded.byMaskBands += row.excluded.byMaskBands;
+    total.excluded.byNonFinite += row.excluded.byNonFinite;
+    total.excluded.byMaskRaster += row.excluded.byMaskRaster;
+    total.unclassified.background += row.unclassified.background;
+    total.unclassified.nonFinite += row.unclassified.nonFinite;
+    total.unclassified.beyondReach += row.unclassified.beyondReach;
+    row = ResultPassReport();
+}
+
+} // namespace
+
 std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                   const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
                                   const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
@@ -126,9 +170,11 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     std::vector<std::uint8_t> excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0);
     ResultPassReport tally;
     ClassMoments moments(centers, options.classStatistics);
-    std::vector<const float*> rows(bandIndices.size());
-    std::vector<std::int32_t> labels(static_cast<std::size_t>(shape.columns));
+    std::vector<ResultPassReport> rowTally(static_cast<std::size_t>(shape.rows));
+    std::vector<ClassMoments> rowMoments(static_cast<std::size_t>(shape.rows),
+                                         ClassMoments(centers, options.classStatistics));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
+    const WindowLabels labelling{window, centers, validity.NonFinite(), excluded, rowTally, rowMoments, out, w};
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
     GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
 
@@ -142,17 +188,16 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
             const int columns = std::min(shape.columns, width - x0);
             window.Read(x0, y0, columns, count);
             if (validity.Any()) validity.ReadMasks(x0, y0, columns, count, columns, count, excluded.data());
+            const Pieces pieces(static_cast<std::size_t>(count), PiecesFor(options.pool));
+            ForEachPiece(options.pool, pieces.count, [&](std::size_t p) {
+                std::vector<const float*> rows(bandIndices.size());
+                std::vector<std::int32_t> labels(static_cast<std::size_t>(columns));
+                for (std::size_t r = pieces.Begin(p); r < pieces.Begin(p + 1); ++r)
+                    labelling.Row(static_cast<int>(r), x0, columns, rows, labels);
+            });
             for (int r = 0; r < count; ++r) {
-                for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.Row(k, r);
-                std::uint8_t* why = validity.Any() ? excluded.data() + static_cast<std::size_t>(r) * columns : nullptr;
-                if (why && validity.NonFinite()) MarkNonFinite(rows.data(), rows.size(), static_cast<std::size_t>(columns), why);
-                if (why) tally.excluded.Add(why, static_cast<std::size_t>(columns));
-                LabelRow(rows.data(), static_cast<std::size_t>(columns), centers, labels.data(), why,
-                         &tally.unclassified);
-                if (report) moments.AddRow(rows.data(), labels.data(), static_cast<std::size_t>(columns));
-                // Class numbers above 255 keep their low byte.
-                std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * w + static_cast<std::size_t>(x0);
-                for (int x = 0; x < columns; ++x) row[x] = static_cast<std::uint8_t>(labels[static_cast<std::size_t>(x)]);
+                Accumulate(tally, rowTally[static_cast<std::size_t>(r)]);
+                moments.MergeFrom(rowMoments[static_cast<std::size_t>(r)]);
             }
         }
         for (int r = 0; r < count; ++r) {

@@ -6,6 +6,7 @@
 #include "ClassStatistics.h"
 #include "Progress.h"
 #include "Validity.h"
+#include "WorkerPool.h"
 
 #include <KalDataSource.h>
 
@@ -60,6 +61,7 @@ std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDatase
 struct ResultPassOptions {
     ValidityRules validity;
     bool classStatistics = false;
+    WorkerPool* pool = nullptr;  // threads the rows of a window are shared out to; null: none
 };
 
 struct ResultPassReport {

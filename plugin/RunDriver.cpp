@@ -26,6 +26,7 @@
 
 #include <gdal_priv.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -46,6 +47,7 @@ public:
         if (!keep_ && !path_.isEmpty() && QFile::exists(path_)) QFile::remove(path_);
     }
     void Watch(const QString& path) { path_ = path; }
+    bool Watching() const { return !path_.isEmpty(); }
     void Keep() { keep_ = true; }
 
 private:
@@ -115,27 +117,53 @@ void CopyRpcSideFile(const EngineInputs& files) {
         DatasetFactory::CopyRPCFile(files.input, result);
 }
 
+// The working copy held in memory, band after band, when the budget allows:
+// the same pixels as the file, written by the same code, read by every pass
+// without a file in between. Null when it does not fit or cannot be had.
+_ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_t budget) {
+    const std::int64_t bytes = static_cast<std::int64_t>(files.width) * files.height *
+                               files.input->GetBandCount() * static_cast<std::int64_t>(sizeof(float));
+    if (budget <= 0 || bytes > budget) return _ptr_t<RasterDataset>();
+    GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDataset* copy = memory ? memory->Create("", files.width, files.height, files.input->GetBandCount(),
+                                                GDT_Float32, nullptr)
+                               : nullptr;
+    if (!copy) return _ptr_t<RasterDataset>();
+    _ptr_t<RasterDataset> working(new RasterDataset(copy, QString()));
+    WriteWorkingCopy(files.input->GetGDALDataset(), copy, files.width, files.height);
+    return working;
+}
+
+// The working copy as a GeoTIFF beside the input, reopened for reading.
+_ptr_t<RasterDataset> WorkingCopyOnDisk(const EngineInputs& files, WorkingFileGuard& guard) {
+    DatasetFactory* factory = DatasetFactory::Instance();
+    const QString workingPath = WorkingCopyPath(files.record.inputPath);
+    {
+        auto working = factory->CreateRasterDataset(workingPath, files.width, files.height,
+                                                    files.input->GetBandCount(), KalDataSource::PDT_Float32,
+                                                    QStringLiteral("GTiff"));
+        if (!working) return _ptr_t<RasterDataset>();
+        guard.Watch(workingPath);
+        CopyGeoreferencing(files.input, working);
+        WriteWorkingCopy(files.input->GetGDALDataset(), working->GetGDALDataset(), files.width, files.height);
+    }  // closing the handle flushes the file
+    return KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
+}
+
 // Steps 1 to 5 for an opened input.
 RunResult Cluster(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const RunValidity& validity,
-                  stIsodataRunReport* report) {
+                  const stIsodataRunOptions& options, stIsodataRunReport* report) {
     const int x = files.input->GetRasterXSize(), y = files.input->GetRasterYSize();
     const double factor = ReductionFactor(x, y);
     files.width = ReducedSize(x, factor);
     files.height = ReducedSize(y, factor);
 
-    DatasetFactory* factory = DatasetFactory::Instance();
-    const QString workingPath = WorkingCopyPath(files.record.inputPath);
     WorkingFileGuard guard;
-    {
-        auto working = factory->CreateRasterDataset(workingPath, files.width, files.height,
-                                                    files.input->GetBandCount(), KalDataSource::PDT_Float32,
-                                                    QStringLiteral("GTiff"));
-        if (!working) return RunResult::WorkingCopyFailed;
-        guard.Watch(workingPath);
-        CopyGeoreferencing(files.input, working);
-        WriteWorkingCopy(files.input->GetGDALDataset(), working->GetGDALDataset(), files.width, files.height);
-    }  // closing the handle flushes the file
-    files.working = KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
+    files.working = WorkingCopyInMemory(files, options.memoryBytes);
+    if (!files.working) {
+        files.working = WorkingCopyOnDisk(files, guard);
+        if (!guard.Watching()) return RunResult::WorkingCopyFailed;
+    }
     WorkingFileGuard maskGuard;
     if (validity.Rules().Any()) {
         const RunResult prepared =
@@ -237,8 +265,10 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassifica
     files.resultPass.classStatistics = options.classStatistics;
     EngineReport engineReport;
     if (report) files.report = &engineReport;
+    WorkerPool pool(std::max(options.threads, 1));
+    files.pool = files.resultPass.pool = &pool;
 
-    const RunResult outcome = options.applyCentres.empty() ? Cluster(algorithm, files, validity, report)
+    const RunResult outcome = options.applyCentres.empty() ? Cluster(algorithm, files, validity, options, report)
                                                            : Label(algorithm, files, options.applyCentres);
     if (report) FillReport(*report, engineReport);
     return outcome;

@@ -296,6 +296,44 @@ TEST_F(RunWithOptionsTest, ExcludedBottomBlocksClassifyLikeTheImageWithoutThem) 
     EXPECT_EQ(std::set<double>(masked.labels.begin() + 96 * 64, masked.labels.end()), std::set<double>{0.0});
 }
 
+// Threads and a working copy in memory change how fast, never what: the
+// class raster, the figures and the progress reports are those of one thread
+// with the copy on disk.
+TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
+    for (const auto& [width, height] : {std::pair(96, 90), std::pair(333, 210)}) {
+        const std::string input = this->dir.File("scene.tif");
+        WriteScene(input, {width, height, 3, kGdalType<TypeParam>}, [](int band, int x, int y) {
+            return Excluded(x % 200, y % 200) ? 0.0 : Land(band, x, y) + (x * y) % 13;
+        });
+        stIsodataRunOptions options = this->MaskOptions(this->MaskRaster(width, height, true));
+        options.classStatistics = true;
+        const Outcome one = this->Run(this->Record(input, 3), &options);
+        ASSERT_TRUE(one.executed);
+        for (const int threads : {2, 3, 7}) {
+            for (const std::int64_t budget : {std::int64_t{0}, std::int64_t{1} << 30}) {
+                SCOPED_TRACE(std::to_string(width) + " wide, " + std::to_string(threads) + " threads, budget " +
+                             std::to_string(budget));
+                options.threads = threads;
+                options.memoryBytes = budget;
+                const Outcome many = this->Run(this->Record(input, 3), &options);
+                ASSERT_TRUE(many.executed);
+                EXPECT_EQ(many.labels, one.labels);
+                EXPECT_EQ(many.reports, one.reports);
+                ASSERT_EQ(many.report.classes.size(), one.report.classes.size());
+                for (std::size_t c = 0; c < one.report.classes.size(); ++c) {
+                    // Bit for bit, NaN of an empty class included.
+                    const auto bits = [](const std::vector<double>& v) {
+                        return std::string(reinterpret_cast<const char*>(v.data()), v.size() * sizeof(double));
+                    };
+                    EXPECT_EQ(bits(many.report.classes[c].centre), bits(one.report.classes[c].centre));
+                    EXPECT_EQ(bits(many.report.classes[c].mean), bits(one.report.classes[c].mean));
+                    EXPECT_EQ(bits(many.report.classes[c].stddev), bits(one.report.classes[c].stddev));
+                }
+            }
+        }
+    }
+}
+
 TEST_F(RunWithOptionsTest, AMaskThatLeavesNothingRunsNothing) {
     const std::string input = dir.File("scene.tif");
     WriteScene(input, {120, 110, 3, GDT_Byte}, Land);
