@@ -16,6 +16,8 @@
 // members. That is the engine's long-standing rule and is kept.
 // The member sums are added in the order the scratch files hold the members,
 // so the centre update gets from them what a pass over the files would give.
+// While pixels keep going to one cluster its sums are held in registers
+// (RunningSums), which changes nothing about the order of the additions.
 #include "IsodataEngine.h"
 #include "NearestCenters.h"
 
@@ -48,6 +50,57 @@ void NearestInPieces(WorkerPool* pool, const std::vector<const T*>& bands, std::
     });
 }
 
+// The distance and member sums of the cluster the last pixel went to, held
+// apart from their arrays until the next pixel goes elsewhere: each sum still
+// gets the same additions in the same order, without a round trip through
+// memory for every pixel. Up to kHeld bands; more go to the arrays directly.
+class RunningSums {
+public:
+    static constexpr std::size_t kHeld = 16;
+
+    RunningSums(std::vector<double>& distance, std::vector<double>& members, std::size_t bands)
+        : distance_(distance), members_(members), bands_(bands) {}
+    ~RunningSums() { Store(); }
+
+    template <class T>
+    void Add(std::size_t k, double best, const std::vector<const T*>& values, std::size_t p) {
+        if (bands_ > kHeld) {
+            if (k > 0) distance_[k] += best;
+            double* sums = members_.data() + k * bands_;
+            for (std::size_t i = 0; i < bands_; ++i) sums[i] += static_cast<double>(values[i][p]);
+            return;
+        }
+        if (k != cluster_) Switch(k);
+        if (k > 0) runDistance_ += best;  // cluster 0 never accumulates a distance
+        for (std::size_t i = 0; i < bands_; ++i) run_[i] += static_cast<double>(values[i][p]);
+    }
+
+    // Puts the held sums back into the arrays.
+    void Store() {
+        if (cluster_ == kNone) return;
+        distance_[cluster_] = runDistance_;
+        std::copy_n(run_, bands_, members_.data() + cluster_ * bands_);
+        cluster_ = kNone;
+    }
+
+private:
+    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+    void Switch(std::size_t k) {
+        Store();
+        cluster_ = k;
+        runDistance_ = distance_[k];
+        std::copy_n(members_.data() + k * bands_, bands_, run_);
+    }
+
+    std::vector<double>& distance_;
+    std::vector<double>& members_;
+    std::size_t bands_;
+    std::size_t cluster_ = kNone;
+    double runDistance_ = 0.0;
+    double run_[kHeld] = {};
+};
+
 } // namespace
 
 template <class T>
@@ -70,6 +123,7 @@ bool IsodataEngine<T>::ClassifyPixels(const StageProgress& stage) {
 
     SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(blockCount));
     progress.Start();
+    RunningSums running(distanceSums, memberSums, bands);
     for (std::uint32_t b = 0; b < blockCount; ++b) {
         std::vector<std::uint32_t>& counts = blockClassCounts[b];
         counts.assign(clusters, 0);
@@ -82,21 +136,31 @@ bool IsodataEngine<T>::ClassifyPixels(const StageProgress& stage) {
         // Whole rows at once: in a partial block the pixels past its edge are
         // the reader's zero fill, and their results go unused.
         NearestInPieces(pool, blockBands, rowLength, rows, flat, clusters, best.data(), label.data());
-        for (std::uint32_t r = 0; r < rows; ++r) {
-            for (std::uint32_t c = 0; c < columns; ++c) {
-                const std::size_t p = r * rowLength + c;
-                if (valid && !valid[p]) continue;
-                const auto k = static_cast<std::size_t>(label[p]);
-                if (k > 0) distanceSums[k] += best[p];
-                ++counts[k];
-                double* sums = memberSums.data() + k * bands;
-                for (std::size_t i = 0; i < bands; ++i) sums[i] += static_cast<double>(blockBands[i][p]);
-                classFiles.Append(k, static_cast<std::uint32_t>(p));
+        // The members in pixel order, twice over: the sums are one stream
+        // of additions and the counts and files another, which touch nothing
+        // in common and may go side by side.
+        const auto members = [&](auto&& visit) {
+            for (std::uint32_t r = 0; r < rows; ++r) {
+                for (std::uint32_t c = 0; c < columns; ++c) {
+                    const std::size_t p = r * rowLength + c;
+                    if (!valid || valid[p]) visit(static_cast<std::size_t>(label[p]), p);
+                }
             }
-        }
-        classFiles.FlushBuffers();
+        };
+        ForEachPiece(pool, 2, [&](std::size_t stream) {
+            if (stream == 0) {
+                members([&](std::size_t k, std::size_t p) { running.Add(k, best[p], blockBands, p); });
+                return;
+            }
+            members([&](std::size_t k, std::size_t p) {
+                ++counts[k];
+                classFiles.Append(k, static_cast<std::uint32_t>(p));
+            });
+            classFiles.FlushBuffers();
+        });
         progress.Step();
     }
+    running.Store();
     memberSumsCurrent = true;
     return true;
 }

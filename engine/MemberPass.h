@@ -3,7 +3,9 @@
 // update and the split both accumulate over members this way.
 //
 // Files are consumed strictly in the order the classification pass wrote
-// them: block order outside, cluster order inside.
+// them: block after block, and within a block each cluster's own file from
+// where the last block left it. The clusters of a block touch nothing in
+// common (their files, their sums), so they may go to the worker threads.
 #pragma once
 
 #include "IsodataEngine.h"
@@ -14,6 +16,7 @@ namespace isodata {
 
 // visit(cluster, members, reader): members are the block-relative indices of
 // the cluster's pixels in the current block, reader holds the block's bands.
+// visit may touch the state of its cluster only.
 template <class T>
 template <class Visit>
 void IsodataEngine<T>::VisitClusterMembers(const StageProgress& stage, Visit&& visit) {
@@ -23,13 +26,13 @@ void IsodataEngine<T>::VisitClusterMembers(const StageProgress& stage, Visit&& v
     BlockReader<T> reader = MakeBlockReader(false);
     SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(blockCount));
     progress.Start();
-    std::vector<std::uint32_t> members;
+    std::vector<std::vector<std::uint32_t>> members(clusters);
     for (std::uint32_t b = 0; b < blockCount; ++b) {
         reader.Read(Block(b));
-        for (std::size_t c = 0; c < clusters; ++c) {
-            classFiles.ReadNext(c, blockClassCounts[b][c], members);
-            visit(c, members, reader);
-        }
+        ForEachPiece(pool, clusters, [&](std::size_t c) {
+            classFiles.ReadNext(c, blockClassCounts[b][c], members[c]);
+            visit(c, members[c], reader);
+        });
         progress.Step();
     }
 }
