@@ -4,15 +4,21 @@
 // sums stay small beside the values and the variance loses no digits to
 // cancellation; mean = centre + sum / n, variance = squares / n - (sum / n)^2.
 // A row is taken in runs of one class: each run is summed band by band in
-// four interleaved partial sums (contiguous, no dependence between pixels)
-// and added to its class once, which keeps the cost near one pass over the
-// values however the classes lie.
+// eight interleaved partial sums (pixel i of the run in partial i mod 8,
+// whatever the vector width, so every instruction set adds the same numbers
+// in the same order) and added to its class once, which keeps the cost near
+// one pass over the values however the classes lie.
 #include "ClassStatistics.h"
 
+#include "Lanes.h"
 #include "ResultRaster.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+
+// Vectors pass only between functions inlined into one copy (see Lanes.h).
+#pragma GCC diagnostic ignored "-Wpsabi"
 
 namespace isodata {
 
@@ -27,25 +33,68 @@ ClassMoments::ClassMoments(const LabelCenters& centers, bool withMoments)
 
 namespace {
 
-// Sum and sum of squares of values[x] - reference over x in [begin, end).
-void SumRun(const float* values, std::size_t begin, std::size_t end, double reference, double& sum,
-            double& squares) {
-    double s[4] = {0, 0, 0, 0}, q[4] = {0, 0, 0, 0};
-    std::size_t x = begin;
-    for (; x + 4 <= end; x += 4) {
-        for (int j = 0; j < 4; ++j) {
-            const double d = static_cast<double>(values[x + static_cast<std::size_t>(j)]) - reference;
-            s[j] += d;
-            q[j] += d * d;
+constexpr std::size_t kPartials = 8;
+
+// Adds values[i] - reference over i < n to the eight partial sums s and
+// squares q, value i going to partial i mod 8.
+template <std::size_t Lanes>
+ISODATA_ALWAYS_INLINE void SumRunBody(const float* values, std::size_t n, double reference, double* s, double* q) {
+    using Doubles = lanes::Vector<double, Lanes>;
+    constexpr std::size_t kVectors = kPartials / Lanes;
+    Doubles sums[kVectors], squares[kVectors];
+    for (std::size_t v = 0; v < kVectors; ++v) {
+        sums[v] = lanes::Load<Lanes>(s + v * Lanes);
+        squares[v] = lanes::Load<Lanes>(q + v * Lanes);
+    }
+    const Doubles r = lanes::Broadcast<Lanes>(reference);
+    std::size_t x = 0;
+    for (; x + kPartials <= n; x += kPartials) {
+        for (std::size_t v = 0; v < kVectors; ++v) {
+            const Doubles d = lanes::Convert<double>(lanes::Load<Lanes>(values + x + v * Lanes)) - r;
+            sums[v] += d;
+            squares[v] += d * d;
         }
     }
-    for (; x < end; ++x) {
-        const double d = static_cast<double>(values[x]) - reference;
-        s[0] += d;
-        q[0] += d * d;
+    for (std::size_t v = 0; v < kVectors; ++v) {
+        std::memcpy(s + v * Lanes, &sums[v], sizeof sums[v]);
+        std::memcpy(q + v * Lanes, &squares[v], sizeof squares[v]);
     }
-    sum += (s[0] + s[1]) + (s[2] + s[3]);
-    squares += (q[0] + q[1]) + (q[2] + q[3]);
+    for (std::size_t j = 0; x < n; ++x, ++j) {
+        const double d = static_cast<double>(values[x]) - reference;
+        s[j] += d;
+        q[j] += d * d;
+    }
+}
+
+void SumRunBaseline(const float* values, std::size_t n, double reference, double* s, double* q) {
+    SumRunBody<2>(values, n, reference, s, q);
+}
+
+#if ISODATA_VECTOR_VARIANTS
+ISODATA_TARGET_AVX2 void SumRunAvx2(const float* values, std::size_t n, double reference, double* s, double* q) {
+    SumRunBody<4>(values, n, reference, s, q);
+}
+
+ISODATA_TARGET_AVX512 void SumRunAvx512(const float* values, std::size_t n, double reference, double* s,
+                                        double* q) {
+    SumRunBody<8>(values, n, reference, s, q);
+}
+#endif
+
+// Sum and sum of squares of values[x] - reference over x in [begin, end),
+// added to sum and squares.
+void SumRun(const float* values, std::size_t begin, std::size_t end, double reference, double& sum,
+            double& squares) {
+    double s[kPartials] = {}, q[kPartials] = {};
+    switch (BestIsa()) {
+#if ISODATA_VECTOR_VARIANTS
+    case VectorIsa::Avx512: SumRunAvx512(values + begin, end - begin, reference, s, q); break;
+    case VectorIsa::Avx2: SumRunAvx2(values + begin, end - begin, reference, s, q); break;
+#endif
+    default: SumRunBaseline(values + begin, end - begin, reference, s, q); break;
+    }
+    sum += ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+    squares += ((q[0] + q[1]) + (q[2] + q[3])) + ((q[4] + q[5]) + (q[6] + q[7]));
 }
 
 } // namespace
