@@ -1,5 +1,4 @@
 #include "Command.h"
-#include "GdalCache.h"
 #include "Options.h"
 
 #include <GdalSession.h>
@@ -12,7 +11,7 @@
 
 int main(int argc, char** argv) {
     using namespace isodata_cli;
-    BoundGdalBlockCache();
+    isodata::BoundGdalBlockCache();
     isodata::RegisterGdalDrivers();
     const ParseResult parsed = ParseArguments(std::vector<std::string>(argv + 1, argv + argc));
     switch (parsed.status) {

@@ -14,6 +14,7 @@
 // so a test can see what the CLI handed over.
 #include <ClassificationISO.h>
 #include <KalAlgo.h>
+#include <StageTexts.h>
 
 #include <cpl_string.h>
 #include <gdal_priv.h>
@@ -72,13 +73,14 @@ public:
         if (mode == "crash") std::abort();
         if (mode == "gdal") CPLError(CE_Failure, CPLE_FileIO, "fake read error in '%s'", record.inputPath.toUtf8().data());
         if (mode == "hang") {
-            m_sigProgress(0.0, QStringLiteral("Statistical classification"), this);
+            m_sigProgress(0.0, QString(isodata::kStatisticalClassification), this);
             std::this_thread::sleep_for(std::chrono::seconds(30));
         }
         // Stage texts as the real plug-in words them, round prefixes and all.
-        const std::string round1 = "Select Initial Cluster Center1times iteration";
-        for (const std::string& stage : {std::string("Statistical classification"), round1 + "Split",
-                                         round1 + "2times iterationSplit", std::string("Generate result file")})
+        const std::string round1 = std::string(isodata::kSelectInitialCenter) + "1" + isodata::kTimesIteration;
+        const std::string round2 = round1 + "2" + isodata::kTimesIteration;
+        for (const std::string& stage : {std::string(isodata::kStatisticalClassification), round1 + isodata::kSplit,
+                                         round2 + isodata::kSplit, std::string(isodata::kGenerateResultFile)})
             for (double percent : {0.0, 100.0}) m_sigProgress(percent, QString::fromStdString(stage), this);
         m_sigProgress(100.0, QString(), this);
         if (mode == "claim") return true;
