@@ -1,10 +1,15 @@
 // isodata with the real plug-in, found beside the binary as in an install:
-// the class raster must be the one a run in place gives, bit for bit; runs
-// at the same time must not disturb each other; and a full disk, a damaged
-// input or an interruption must end in a clear failure that changes nothing.
-#include "Run.h"
+// the class raster must be the one a run in place gives, bit for bit, also
+// when the run folder is on another file system; every stage shows up in
+// the progress; runs at the same time must not disturb each other; and a
+// full disk, a damaged input or an interruption must end in a clear failure
+// that changes nothing.
 #include "Subprocess.h"
+#include "Validate.h"
 #include "support/TestSupport.h"
+
+#include <PluginRun.h>
+#include <StageTexts.h>
 
 #include <cpl_conv.h>
 #include <cpl_string.h>
@@ -25,6 +30,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <thread>
 #include <tuple>
 
@@ -52,16 +58,43 @@ testsupport::RasterTable Scene(int width, int height) {
     return scene;
 }
 
-// The plug-in loaded and run on the input where it lies, as a host would.
+struct Silent : isodata_run::RunListener {
+    void RemovedStaleFolder(const std::string&) override {}
+    void Progress(double, const std::string&) override {}
+    void PluginReturned() override {}
+    void GdalMessage(const std::string&) override {}
+};
+
+// The plug-in loaded and run with the command's defaults on the input where
+// it lies, as a host would.
 std::string InPlace(const std::string& input, const std::string& result) {
-    isodata_cli::ProgressPrinter silent(std::cout, isodata_cli::ProgressStyle::Silent);
+    isodata_run::RunRequest request = isodata_cli::RequestFor(isodata_cli::DefaultOptions(), {});
+    request.classification.bandIndices = {0, 1, 2};
     std::string error;
-    const auto plugin = isodata_cli::PluginLibrary::Open(ISODATA_PLUGIN, error);
+    const auto plugin = isodata_run::PluginLibrary::Open(ISODATA_PLUGIN, error);
     if (!plugin) ADD_FAILURE() << error;
-    const auto run = isodata_cli::RunPlugin(*plugin, isodata_cli::BuildRecord({}, input, result, {0, 1, 2}), silent);
-    EXPECT_TRUE(run.ok) << run.message;
+    Silent silent;
+    const auto run = isodata_run::RunPlugin(*plugin, isodata_run::BuildRecord(request, input, result), silent);
+    EXPECT_EQ(run.outcome, isodata_run::PluginOutcome::Ok) << run.Describe();
     return testsupport::ReadText(result);
 }
+
+// A tmpfs on folder for the guard's life; mounting one needs root.
+class Tmpfs {
+public:
+    Tmpfs(const std::string& folder, const std::string& size) : folder_(folder) {
+        fs::create_directories(folder);
+        mounted_ = std::system(("mount -t tmpfs -o size=" + size + " tmpfs '" + folder + "' 2>/dev/null").c_str()) == 0;
+    }
+    ~Tmpfs() {
+        if (mounted_) std::system(("umount '" + folder_ + "'").c_str());
+    }
+    bool Mounted() const { return mounted_; }
+
+private:
+    std::string folder_;
+    bool mounted_;
+};
 
 void Zip(const std::string& file, const std::string& zip) {
     const std::string bytes = testsupport::ReadText(file);
@@ -74,9 +107,15 @@ void Zip(const std::string& file, const std::string& zip) {
 }
 
 // How the input is laid out: overviews change which pixels the reduced
-// working copy gets, so they must be seen from the run folder too.
-enum class Layout { Plain, ExternalOverviews, InternalOverviews, Zipped };
+// working copy gets, so they must be seen from the run folder too. With the
+// run folder on another file system, the result is copied, not renamed, into
+// place.
+enum class Layout { Plain, ExternalOverviews, InternalOverviews, Zipped, TmpdirOnAnotherFileSystem };
 class SameAsInPlaceTest : public ::testing::TestWithParam<Layout> {};
+std::string LayoutName(const ::testing::TestParamInfo<Layout>& info) {
+    const char* names[] = {"Plain", "ExternalOverviews", "InternalOverviews", "Zipped", "TmpdirOnAnotherFileSystem"};
+    return names[static_cast<int>(info.param)];
+}
 
 TEST_P(SameAsInPlaceTest, RunFolderGivesTheClassRasterOfARunInPlace) {
     testsupport::TempDir dir;
@@ -94,14 +133,43 @@ TEST_P(SameAsInPlaceTest, RunFolderGivesTheClassRasterOfARunInPlace) {
         Zip(input, dir.File("scene.zip"));
         input = "/vsizip/scene.zip/scene.tif";
     }
-    const ProcessResult r = Isodata(dir.Path(), {"-q", input, "classes"});
+    Args args = {"-q", input, "classes"};
+    std::optional<Tmpfs> tmp;
+    if (GetParam() == Layout::TmpdirOnAnotherFileSystem) {
+        tmp.emplace(dir.File("tmp"), "64m");
+        if (!tmp->Mounted()) {
+            GTEST_SKIP() << "mounting a tmpfs for --tmpdir needs root; publishing across file systems is not tried";
+        }
+        args.insert(args.begin(), {"--tmpdir", "tmp"});
+    }
+    const ProcessResult r = Isodata(dir.Path(), args);
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(testsupport::ReadText(dir.File("classes")), reference);
+    // No run folder and no half-copied file is left on either side.
+    for (const std::string& name : dir.List()) EXPECT_EQ(name.find(".isodata"), std::string::npos) << name;
+    if (tmp) {
+        EXPECT_TRUE(fs::is_empty(dir.File("tmp")));
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(EndToEndTest, SameAsInPlaceTest,
                          ::testing::Values(Layout::Plain, Layout::ExternalOverviews, Layout::InternalOverviews,
-                                           Layout::Zipped));
+                                           Layout::Zipped, Layout::TmpdirOnAnotherFileSystem),
+                         LayoutName);
+
+TEST(EndToEndTest, LinesProgressShowsEveryStageOfTheSampleScene) {
+    if (!testsupport::FileExists(ISODATA_SAMPLE_SCENE)) GTEST_SKIP() << "the sample scene is not in data/";
+    testsupport::TempDir dir;
+    const ProcessResult r = Isodata(dir.Path(), {"-progress-format", "lines", ISODATA_SAMPLE_SCENE, "classes"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    // With the defaults (4 centres, 8 classes wanted) odd rounds split until
+    // round 9 ends with 8 clusters after an odd round, which stops the loop.
+    std::string expected = std::string(isodata::kRunStarted) + "\n" + isodata::kSelectInitialCenter + "\n" +
+                           isodata::kStatisticalClassification + "\n";
+    for (int round = 1; round <= 9; ++round) expected += "iteration " + std::to_string(round) + "\n";
+    expected += std::string(isodata::kGeneratingResultFile) + "\n8 classes found (8 requested)";
+    EXPECT_EQ(r.out.substr(0, expected.size()), expected);
+}
 
 // Every format carries what the plug-in's ENVI file carries; the JSON
 // summary is the raster's own account, the preview the raster itself.
@@ -186,9 +254,10 @@ TEST_F(BusyTest, RunsAtTheSameTimeOnOneInputAllGiveTheRightResult) {
 }
 
 TEST_F(BusyTest, InterruptedAtAnyStageEitherFinishesOrChangesNothing) {
-    for (const char* stage : {"Select Initial Cluster Center", "iteration 2", "Generating result file"}) {
+    for (const std::string stage : {isodata::kSelectInitialCenter, "iteration 2", isodata::kGeneratingResultFile}) {
         const Args before = dir.List();
         const ProcessResult r = Isodata(dir.Path(), {"scene.tif", "classes"}, {stage, SIGINT, true});
+        ASSERT_TRUE(r.interrupted) << "the run never showed '" << stage << "':\n" << r.out;
         if (r.exitCode == 0) {  // it ended before the signal came
             EXPECT_EQ(testsupport::ReadText(dir.File("classes")), reference) << stage;
             fs::remove(dir.File("classes"));
@@ -202,11 +271,11 @@ TEST_F(BusyTest, InterruptedAtAnyStageEitherFinishesOrChangesNothing) {
 
 TEST_F(BusyTest, FullDiskFailsClearlyAndLeavesOnlyWhatWasThere) {
     // Full while writing the working copy, the scratch files or the result.
-    fs::create_directory(dir.File("disk"));
-    for (const char* size : {"size=800k", "size=1400k", "size=2000k"}) {
-        const std::string mount = "mount -t tmpfs -o " + std::string(size) + " tmpfs '" + dir.File("disk") + "'";
-        if (std::system((mount + " 2>/dev/null").c_str()) != 0)
+    for (const char* size : {"800k", "1400k", "2000k"}) {
+        const Tmpfs disk(dir.File("disk"), size);
+        if (!disk.Mounted()) {
             GTEST_SKIP() << "mounting a small tmpfs needs root; the full-disk case is not tried";
+        }
         std::ofstream(dir.File("disk/old")) << "old";
         const ProcessResult r = Isodata(dir.Path(), {"-q", "scene.tif", "disk/classes"});
         EXPECT_EQ(r.exitCode, 2) << size;
@@ -214,7 +283,6 @@ TEST_F(BusyTest, FullDiskFailsClearlyAndLeavesOnlyWhatWasThere) {
         Args left;
         for (const auto& e : fs::directory_iterator(dir.File("disk"))) left.push_back(e.path().filename());
         EXPECT_EQ(left, Args{"old"}) << size;
-        std::system(("umount '" + dir.File("disk") + "'").c_str());
     }
 }
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
-namespace isodata_cli {
+namespace isodata_run {
 
 std::string DefaultPluginPath() {
     std::error_code ec;
@@ -48,4 +48,4 @@ KalUtility::_ptr_t<KalAlgo::IKalAlgo> PluginLibrary::CreateAlgorithm() {
     return KalUtility::_ptr_t<KalAlgo::IKalAlgo>(factory_());
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

@@ -1,36 +1,16 @@
-// The pieces of the CLI library whose faults a run of the binary cannot show:
-// drawn progress (a test's stdout is never a terminal), the overall progress
-// a driving program sees, shrinking a large preview, and undoing a
-// publication that fails half-way.
-#include "Preview.h"
+// Drawn progress (a test's stdout is never a terminal, so only here) and the
+// overall share of the run a driving program sees.
 #include "ProgressPrinter.h"
-#include "Publish.h"
 
-#include "support/TestSupport.h"
-
-#include <gdal_priv.h>
+#include <StageTexts.h>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <fstream>
 #include <sstream>
 
 using namespace isodata_cli;
 
 namespace {
-
-// A one-band Byte GeoTIFF holding pixels, row by row.
-void WriteClasses(const std::string& path, int width, int height, std::vector<GByte> pixels,
-                  GDALColorTable* colours = nullptr) {
-    testsupport::RegisterGdal();
-    GDALDatasetUniquePtr ds(
-        GetGDALDriverManager()->GetDriverByName("GTiff")->Create(path.c_str(), width, height, 1, GDT_Byte, nullptr));
-    GDALRasterBand* band = ds->GetRasterBand(1);
-    ASSERT_EQ(band->RasterIO(GF_Write, 0, 0, width, height, pixels.data(), width, height, GDT_Byte, 0, 0, nullptr),
-              CE_None);
-    if (colours) band->SetColorTable(colours);
-}
 
 const std::string kTicks = "0...10...20...30...40...50...60...70...80...90...100 - done.\n";
 std::string Pad(const std::string& label) { return label + std::string(40 - label.size(), ' ') + " "; }
@@ -72,27 +52,6 @@ INSTANTIATE_TEST_SUITE_P(
                               Pad("A") + "0...10...20...30...40...50\n"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(PreviewTest, ShrinksTheLongerSideWithoutBlendingClassesAndKeepsThePalette) {
-    testsupport::TempDir dir;
-    // Rows alternate between classes 1 and 3: any averaging would show class 2.
-    std::vector<GByte> pixels(3000);
-    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = i % 2 ? 3 : 1;
-    GDALColorTable colours;
-    const GDALColorEntry entries[] = {{0, 0, 0, 255}, {255, 0, 0, 255}, {0, 128, 0, 255}, {0, 0, 255, 255}};
-    for (int i = 0; i < 4; ++i) colours.SetColorEntry(i, &entries[i]);
-    WriteClasses(dir.File("tall.tif"), 1, 3000, pixels, &colours);
-    std::string error;
-    GDALDatasetUniquePtr source(GDALDataset::Open(dir.File("tall.tif").c_str(), GDAL_OF_RASTER));
-    ASSERT_TRUE(WritePreview(*source, dir.File("p.png"), "p.png", error)) << error;
-    GDALDatasetUniquePtr png(GDALDataset::Open(dir.File("p.png").c_str(), GDAL_OF_RASTER));
-    ASSERT_TRUE(png && png->GetRasterBand(1)->GetColorTable());
-    // 1024 rows, and the one column kept although it scales to a third of a pixel.
-    EXPECT_EQ(std::pair(png->GetRasterXSize(), png->GetRasterYSize()), std::pair(1, 1024));
-    EXPECT_TRUE(png->GetRasterBand(1)->GetColorTable()->IsSame(source->GetRasterBand(1)->GetColorTable()));
-    const std::vector<double> shown = testsupport::ReadBand(dir.File("p.png"));
-    EXPECT_TRUE(std::all_of(shown.begin(), shown.end(), [](double v) { return v == 1 || v == 3; }));
-}
-
 TEST(ProgressPrinterTest, MachineLinesGiveTheOverallShareOfTheRun) {
     std::ostringstream out;
     ProgressPrinter printer(out, ProgressStyle::Machine, 10);
@@ -112,21 +71,6 @@ TEST(ProgressPrinterTest, MachineLinesGiveTheOverallShareOfTheRun) {
                          "progress 19.3 iteration 2: Split-Statistical classification\n"
                          "progress 19.3 iteration 2: Computing Cluster Center\n"
                          "progress 85.0 Generating result file\n");
-}
-
-TEST(PublishTest, AFailedMoveUndoesTheOnesBefore) {
-    testsupport::TempDir dir;
-    for (const char* name : {"new1", "new2", "old1"}) std::ofstream(dir.File(name)) << name;
-    const std::vector<Move> moves = {{dir.File("new1"), dir.File("old1")}, {dir.File("new2"), dir.File("no/x")}};
-    std::string error;
-    // Replacing: the old file comes back. Not replacing: the existing one stops everything.
-    EXPECT_FALSE(Publish(moves, {}, true, error));
-    EXPECT_EQ(error, "cannot move the result to '" + dir.File("no/x") + "': No such file or directory");
-    EXPECT_FALSE(Publish({{dir.File("new2"), dir.File("fresh")}, moves[0]}, {}, false, error));
-    EXPECT_NE(error.find("appeared while the run went on"), std::string::npos) << error;
-    EXPECT_EQ(dir.List(), (std::vector<std::string>{"new1", "new2", "old1"}));
-    EXPECT_EQ(testsupport::ReadText(dir.File("old1")), "old1");
-    EXPECT_EQ(testsupport::ReadText(dir.File("new1")), "new1");
 }
 
 } // namespace

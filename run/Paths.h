@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace isodata_cli {
+namespace isodata_run {
 
 // The files of a result at outputPath as GDAL and the host name them: the
 // raster itself, the ENVI header (the file name's extension replaced by
@@ -34,4 +34,4 @@ bool IsVirtualPath(const std::string& path);
 // removing) one, since permission bits say nothing for root or read-only mounts.
 bool FolderIsWritable(const std::string& folder);
 
-} // namespace isodata_cli
+} // namespace isodata_run
