@@ -46,20 +46,22 @@ struct RunRequest {
     bool gdalDebug = false;  // echo GDAL's messages as they come, as CPL_DEBUG=ON
 };
 
-// Hears of a run as it goes on. Progress comes from the child process that
-// runs the plug-in, so an implementation may only write to streams or files
-// the parent shares, never to the parent's memory.
+// Hears of a run as it goes on; by itself it ignores everything. Progress
+// comes from the child process that runs the plug-in, so an implementation
+// may only write to streams or files the parent shares, never to the
+// parent's memory.
 class RunListener {
 public:
     virtual ~RunListener() = default;
     // Before the run: the folder of an earlier, killed run was removed.
-    virtual void RemovedStaleFolder(const std::string& path) = 0;
+    virtual void RemovedStaleFolder(const std::string& /*path*/) {}
     // In the child: percent 0..100 of the stage the plug-in names.
-    virtual void Progress(double percent, const std::string& stage) = 0;
+    virtual void Progress(double /*percent*/, const std::string& /*stage*/) {}
     // In the child: the plug-in returned; no more progress follows.
-    virtual void PluginReturned() = 0;
-    // In the child, with gdalDebug: one of GDAL's messages as GDAL would print it.
-    virtual void GdalMessage(const std::string& line) = 0;
+    virtual void PluginReturned() {}
+    // In the child, with gdalDebug or CPL_DEBUG on: one of GDAL's messages as
+    // GDAL would print it.
+    virtual void GdalMessage(const std::string& /*line*/) {}
 };
 
 } // namespace isodata_run

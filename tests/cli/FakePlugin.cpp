@@ -9,7 +9,8 @@
 //   throw    throws from Execute
 //   crash    aborts (a signal sanitizers leave alone, unlike a segmentation fault)
 //   gdal     writes the result and returns true, but GDAL raised an error on the way
-//   hang     reports its first stage, then waits half a minute before succeeding
+//   hang     reports its first stage as the plug-in words it, then waits half a
+//            minute before succeeding
 // Every run first prints the record it was given, one "field=value" a line,
 // so a test can see what the CLI handed over.
 #include <ClassificationISO.h>
@@ -76,13 +77,6 @@ public:
             m_sigProgress(0.0, QString(isodata::kStatisticalClassification), this);
             std::this_thread::sleep_for(std::chrono::seconds(30));
         }
-        // Stage texts as the real plug-in words them, round prefixes and all.
-        const std::string round1 = std::string(isodata::kSelectInitialCenter) + "1" + isodata::kTimesIteration;
-        const std::string round2 = round1 + "2" + isodata::kTimesIteration;
-        for (const std::string& stage : {std::string(isodata::kStatisticalClassification), round1 + isodata::kSplit,
-                                         round2 + isodata::kSplit, std::string(isodata::kGenerateResultFile)})
-            for (double percent : {0.0, 100.0}) m_sigProgress(percent, QString::fromStdString(stage), this);
-        m_sigProgress(100.0, QString(), this);
         if (mode == "claim") return true;
         const bool complete = mode != "fail";
         return WriteResult(record.resultPath.toStdString(), complete) && complete;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 using namespace isodata_cli;
 
@@ -15,54 +16,46 @@ namespace {
 const std::string kTicks = "0...10...20...30...40...50...60...70...80...90...100 - done.\n";
 std::string Pad(const std::string& label) { return label + std::string(40 - label.size(), ' ') + " "; }
 
-// Progress reports, and the terminal line GDAL's utilities would draw for them.
-struct Drawing {
-    const char* name;
-    std::vector<std::pair<double, std::string>> reports;
-    std::string expected;
-};
-
-void PrintTo(const Drawing& c, std::ostream* os) { *os << c.name; }
-class ProgressPrinterTest : public ::testing::TestWithParam<Drawing> {};
-
-TEST_P(ProgressPrinterTest, DrawsOneTickedLinePerStage) {
-    std::ostringstream out;
-    ProgressPrinter printer(out, ProgressStyle::Terminal);
-    for (const auto& [percent, text] : GetParam().reports) printer.Report(percent, text);
-    printer.Finish();
-    EXPECT_EQ(out.str(), GetParam().expected);
+// The plug-in runs every round number so far into the stage text.
+std::string Rounds(std::initializer_list<int> rounds) {
+    std::string text = isodata::kSelectInitialCenter;
+    for (int round : rounds) text += std::to_string(round) + isodata::kTimesIteration;
+    return text;
 }
 
-// The plug-in runs every round number so far into the stage text.
-const std::string kRound10 = "Select Initial Cluster Center1times iteration9times iteration10times iteration";
-
-INSTANTIATE_TEST_SUITE_P(
-    ProgressPrinterTest, ProgressPrinterTest,
-    ::testing::Values(Drawing{"WholeStage", {{0, "A"}, {25, "A"}, {100, "A"}}, Pad("A") + kTicks},
-                      Drawing{"StoppedShort", {{0, "A"}, {52.6, "A"}}, Pad("A") + "0...10...20...30...40...50.\n"},
-                      // Per-block steps may add up to a hair under 100.
-                      Drawing{"AlmostHundred", {{0, "A"}, {99.99999999, "A"}}, Pad("A") + kTicks},
-                      Drawing{"StageRestartsMidway", {{0, "A"}, {60, "A"}, {10, "A"}},
-                              Pad("A") + "0...10...20...30...40...50...60\n" + Pad("A") + "0...10\n"},
-                      Drawing{"StageThatNeverMoves", {{0, "Start"}, {0, "B"}, {100, "B"}},
-                              Pad("Start") + "\n" + Pad("B") + kTicks},
-                      Drawing{"RoundPrefixes", {{0, kRound10 + "Split"}, {100, kRound10 + "Split"}},
-                              Pad("iteration 10: Split") + kTicks},
-                      Drawing{"ClosingEmptyReport", {{0, "A"}, {50, "A"}, {100, ""}},
-                              Pad("A") + "0...10...20...30...40...50\n"}),
-    [](const auto& info) { return std::string(info.param.name); });
+TEST(ProgressPrinterTest, DrawsOneTickedLinePerStage) {
+    const std::string split10 = Rounds({1, 9, 10}) + isodata::kSplit;
+    // Progress reports, and the terminal line GDAL's utilities would draw for them.
+    const std::tuple<const char*, std::vector<std::pair<double, std::string>>, std::string> drawings[] = {
+        {"whole stage", {{0, "A"}, {25, "A"}, {100, "A"}}, Pad("A") + kTicks},
+        {"stopped short", {{0, "A"}, {52.6, "A"}}, Pad("A") + "0...10...20...30...40...50.\n"},
+        // Per-block steps may add up to a hair under 100.
+        {"almost 100", {{0, "A"}, {99.99999999, "A"}}, Pad("A") + kTicks},
+        {"stage restarts midway", {{0, "A"}, {60, "A"}, {10, "A"}},
+         Pad("A") + "0...10...20...30...40...50...60\n" + Pad("A") + "0...10\n"},
+        {"stage that never moves", {{0, "Start"}, {0, "B"}, {100, "B"}}, Pad("Start") + "\n" + Pad("B") + kTicks},
+        {"round prefixes", {{0, split10}, {100, split10}}, Pad("iteration 10: Split") + kTicks},
+        {"closing empty report", {{0, "A"}, {50, "A"}, {100, ""}}, Pad("A") + "0...10...20...30...40...50\n"}};
+    for (const auto& [name, reports, expected] : drawings) {
+        std::ostringstream out;
+        ProgressPrinter printer(out, ProgressStyle::Terminal);
+        for (const auto& [percent, text] : reports) printer.Report(percent, text);
+        printer.Finish();
+        EXPECT_EQ(out.str(), expected) << name;
+    }
+}
 
 TEST(ProgressPrinterTest, MachineLinesGiveTheOverallShareOfTheRun) {
     std::ostringstream out;
     ProgressPrinter printer(out, ProgressStyle::Machine, 10);
-    const std::string round2 = "Select Initial Cluster Center1times iteration2times iteration";
-    printer.Report(0, "Select Initial Cluster Center");
-    printer.Report(100, "Statistical classification");
-    printer.Report(50, round2 + "Split");
-    printer.Report(0, round2 + "Split-Statistical classification");
+    const std::string round2 = Rounds({1, 2});
+    printer.Report(0, isodata::kSelectInitialCenter);
+    printer.Report(100, isodata::kStatisticalClassification);
+    printer.Report(50, round2 + isodata::kSplit);
+    printer.Report(0, round2 + isodata::kSplitClassification);
     // A later stage that starts lower in its round never moves the run back.
-    printer.Report(0, round2 + "Computing Cluster Center");
-    printer.Report(50, "Generating result file");
+    printer.Report(0, round2 + isodata::kComputingClusterCenter);
+    printer.Report(50, isodata::kGeneratingResultFile);
     // Rounds take 6 % each from 10 %: round 2 starts at 16; its split spans
     // 30..55 % of the round and the pass after it 55..100 %.
     EXPECT_EQ(out.str(), "progress 0.0 Select Initial Cluster Center\n"
