@@ -1,7 +1,7 @@
 // Runs the classification in a child process while this process watches.
 // The child holds nothing that this process cannot clean up, so an
 // interruption simply ends it at once; a crash of the plug-in ends only the
-// child and is reported instead of taking the command down with it.
+// child and is reported instead of taking its host down with it.
 #pragma once
 
 #include <csignal>

@@ -1,4 +1,4 @@
-// Path helpers of the command: the files an ENVI result is made of, and
+// Path helpers of a run and of its checks: the files a result is made of, and
 // questions about paths that may not exist yet.
 #pragma once
 

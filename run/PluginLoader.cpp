@@ -1,5 +1,5 @@
 // dlopen-based loading of the plug-in, with the library's own error text in
-// every failure so a wrong --plugin path is easy to tell from a broken build.
+// every failure so a wrong plug-in path is easy to tell from a broken build.
 #include "PluginLoader.h"
 
 #include <dlfcn.h>
