@@ -75,7 +75,8 @@ int RunCommand(const Options& options, std::ostream& out, std::ostream& err, boo
     if (report.outcome == RunOutcome::Interrupted && report.interruptedInChild && style == ProgressStyle::Terminal)
         progressStream << "\n" << std::flush;
     const bool published = report.outcome == RunOutcome::Ok || report.outcome == RunOutcome::PreviewFailed;
-    if (published && (!o.quiet || o.json)) out << (o.json ? FormatJson(report, o) : FormatSummary(report, o)) << std::flush;
+    if (published && (!o.quiet || o.json))
+        out << (o.json ? FormatJson(report, o) : FormatSummary(report, o)) << std::flush;
     if (report.outcome != RunOutcome::Ok) err << "isodata: " << report.message << "\n" << std::flush;
     return code;
 }

@@ -126,7 +126,8 @@ std::string CheckNewFile(const char* what, const std::string& file, const std::s
     std::error_code ec;
     if (fs::is_directory(file, ec)) return std::string(what) + " " + Quote(file) + " is a folder";
     if (Exists(file) && !o.overwrite) {
-        if (file == named) return std::string(what) + " " + Quote(named) + " already exists (use -overwrite to replace it)";
+        if (file == named)
+            return std::string(what) + " " + Quote(named) + " already exists (use -overwrite to replace it)";
         return std::string(what) + " " + Quote(named) + ": " + Quote(file) +
                " already exists (use -overwrite to replace it)";
     }

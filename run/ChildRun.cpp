@@ -128,7 +128,8 @@ std::string SpaceHint(const std::string& place) {
 
 // A plug-in's "false" says nothing more; GDAL's errors often say why.
 std::string FailureOf(const PluginRun& run, const GdalErrorLog& errors, const std::string& inputName) {
-    if (run.outcome == PluginOutcome::Ok) return errors.Failures() ? "classification failed: " + errors.Describe(inputName) : "";
+    if (run.outcome == PluginOutcome::Ok)
+        return errors.Failures() ? "classification failed: " + errors.Describe(inputName) : "";
     if (!run.SaidWhy() && errors.Failures() > 0) return run.Describe() + ": " + errors.Describe(inputName);
     return run.Describe();
 }

@@ -14,8 +14,8 @@ GdalErrorLog::~GdalErrorLog() { CPLPopErrorHandler(); }
 void CPL_STDCALL GdalErrorLog::Handle(CPLErr type, CPLErrorNum number, const char* message) {
     auto* log = static_cast<GdalErrorLog*>(CPLGetErrorHandlerUserData());
     if (log->echo_) {
-        if (type == CE_Debug) log->echo_(message);
-        else log->echo_(std::string(type == CE_Warning ? "Warning " : "ERROR ") + std::to_string(number) + ": " + message);
+        const std::string kind = type == CE_Debug ? "" : type == CE_Warning ? "Warning " : "ERROR ";
+        log->echo_(kind.empty() ? std::string(message) : kind + std::to_string(number) + ": " + message);
     }
     if (type < CE_Failure) return;
     constexpr size_t kKept = 64;

@@ -33,7 +33,8 @@ bool CountValues(GDALRasterBand* band, std::array<std::int64_t, kValues>& counts
 } // namespace
 
 int ResultSummary::ClassesFound() const {
-    return static_cast<int>(std::count_if(classes.begin(), classes.end(), [](const ClassCount& c) { return c.pixels > 0; }));
+    return static_cast<int>(
+        std::count_if(classes.begin(), classes.end(), [](const ClassCount& c) { return c.pixels > 0; }));
 }
 
 bool CountClasses(GDALDataset& ds, ResultSummary& summary, std::string& error) {

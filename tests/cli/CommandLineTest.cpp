@@ -141,7 +141,8 @@ TEST_F(CommandLineTest, SummarisesTheResultAndOverwriteLeavesNothingOfTheOld) {
 }
 
 TEST_F(CommandLineTest, NextRunRemovesTheFolderOfAKilledRun) {
-    const ProcessResult killed = Isodata("scene.tif out", "hang", {isodata::kStatisticalClassification, SIGKILL, false});
+    const ProcessResult killed =
+        Isodata("scene.tif out", "hang", {isodata::kStatisticalClassification, SIGKILL, false});
     EXPECT_EQ(killed.exitCode, -1);
     // The classification dies with the command, and only its folder is left.
     const Args left = dir.List();

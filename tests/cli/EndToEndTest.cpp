@@ -41,8 +41,8 @@ ProcessResult Isodata(const std::string& folder, Args args, const clitest::Inter
 // Three bands of smooth gradients with a ripple: enough structure for every
 // stage to have work, no two runs of different inputs alike.
 testsupport::RasterTable Scene(int width, int height) {
-    testsupport::RasterTable scene{width, height, GDT_Byte,
-                                   testsupport::BandValues(3, std::vector<double>(static_cast<size_t>(width) * height))};
+    const std::vector<double> band(static_cast<size_t>(width) * height);
+    testsupport::RasterTable scene{width, height, GDT_Byte, testsupport::BandValues(3, band)};
     for (int b = 0; b < 3; ++b)
         for (int i = 0; i < width * height; ++i)
             scene.bands[b][i] = (i % width * (b + 1) + i / width * (3 - b) + i % 7 * 5) % 251;
@@ -133,12 +133,13 @@ TEST_P(SameAsInPlaceTest, GivesTheClassRasterOfARunInPlace) {
     for (int i = 0; i < 6; ++i) EXPECT_NEAR(actual[i], expected[i], 1e-6) << i;
     EXPECT_TRUE(out->GetSpatialRef() && out->GetSpatialRef()->IsSame(envi->GetSpatialRef()));
     // GeoTIFF pads the palette to 256 entries; the named classes must agree.
-    const GDALColorTable* colours = out->GetRasterBand(1)->GetColorTable();
+    const GDALColorTable *colours = out->GetRasterBand(1)->GetColorTable(),
+                         *inPlaceColours = envi->GetRasterBand(1)->GetColorTable();
     const CPLStringList names(CSLDuplicate(out->GetRasterBand(1)->GetCategoryNames()));
     const CPLStringList reference(CSLDuplicate(envi->GetRasterBand(1)->GetCategoryNames()));
-    ASSERT_TRUE(colours && names.size() == 9 && reference.size() == 9);
+    ASSERT_TRUE(colours && inPlaceColours && names.size() == 9 && reference.size() == 9);
     for (int i = 0; i < 9; ++i) {
-        const GDALColorEntry *a = colours->GetColorEntry(i), *b = envi->GetRasterBand(1)->GetColorTable()->GetColorEntry(i);
+        const GDALColorEntry *a = colours->GetColorEntry(i), *b = inPlaceColours->GetColorEntry(i);
         EXPECT_EQ(std::make_tuple(std::string(names[i]), a->c1, a->c2, a->c3),
                   std::make_tuple(std::string(reference[i]), b->c1, b->c2, b->c3));
     }

@@ -72,7 +72,8 @@ public:
         const std::string mode = setting ? setting : "";
         if (mode == "throw") throw std::runtime_error("fake engine exploded");
         if (mode == "crash") std::abort();
-        if (mode == "gdal") CPLError(CE_Failure, CPLE_FileIO, "fake read error in '%s'", record.inputPath.toUtf8().data());
+        if (mode == "gdal")
+            CPLError(CE_Failure, CPLE_FileIO, "fake read error in '%s'", record.inputPath.toUtf8().data());
         if (mode == "hang") {
             m_sigProgress(0.0, QString(isodata::kStatisticalClassification), this);
             std::this_thread::sleep_for(std::chrono::seconds(30));
