@@ -58,8 +58,7 @@ bool WriteResult(const std::string& path, bool complete) {
     const GDALColorEntry entries[] = {{0, 0, 0, 255}, {255, 0, 0, 255}, {0, 160, 0, 255}, {0, 0, 255, 255}};
     for (int i = 0; i < 4; ++i) colours.SetColorEntry(i, &entries[i]);
     band->SetColorTable(&colours);
-    CPLStringList names(CSLTokenizeString2("Unclassified,Class 1,Class 2,Class 3", ",", 0));
-    band->SetCategoryNames(names.List());
+    band->SetCategoryNames(CPLStringList(CSLTokenizeString2("Unclassified,Class 1,Class 2,Class 3", ",", 0)).List());
     return true;
 }
 
