@@ -15,41 +15,41 @@ namespace {
 class Row {
 public:
     Row(std::initializer_list<const char*> names, Field field, const char* value = "") {
-        for (const char* n : names) spec_.names.emplace_back(n);
-        spec_.field = field;
-        spec_.value = value;
+        for (const char* n : names) row_.names.emplace_back(n);
+        row_.field = field;
+        row_.value = value;
     }
-    Row& Asks(ParseStatus status) { spec_.asks = status; return *this; }
-    Row& Default(double number) { spec_.number = number; return *this; }
-    Row& Default(const char* text) { spec_.text = text; return *this; }
-    Row& ByDefault(const char* words) { spec_.byDefault = words; return *this; }
+    Row& Asks(ParseStatus status) { row_.asks = status; return *this; }
+    Row& Default(double number) { row_.number = number; return *this; }
+    Row& Default(const char* text) { row_.text = text; return *this; }
+    Row& ByDefault(const char* words) { row_.byDefault = words; return *this; }
     Row& Range(double min, double max, const char* why) {
-        spec_.max = max;
+        row_.max = max;
         return AtLeast(min, why);
     }
     Row& AtLeast(double min, const char* why) {
-        spec_.min = min;
-        spec_.why = why;
+        row_.min = min;
+        row_.why = why;
         return *this;
     }
-    Row& OutOfRange(const char* phrase) { spec_.outOfRange = phrase; return *this; }
-    Row& Expects(const char* what) { spec_.expects = what; return *this; }
-    Row& Choice(const char* word, ProgressFormat value) { spec_.choices.emplace_back(word, value); return *this; }
-    Row& Help(const char* text) { spec_.help = text; return *this; }
-    Row& Json(const char* key) { spec_.jsonKey = key; return *this; }
+    Row& OutOfRange(const char* phrase) { row_.outOfRange = phrase; return *this; }
+    Row& Expects(const char* what) { row_.expects = what; return *this; }
+    Row& Choice(const char* word, ProgressFormat value) { row_.choices.emplace_back(word, value); return *this; }
+    Row& Help(const char* text) { row_.help = text; return *this; }
+    Row& Json(const char* key) { row_.jsonKey = key; return *this; }
     Row& Qgis(const char* name, const char* label) {
-        spec_.qgisName = name;
-        spec_.qgisLabel = label;
+        row_.qgisName = name;
+        row_.qgisLabel = label;
         return *this;
     }
-    Row& NewUsageLine() { spec_.newUsageLine = true; return *this; }
-    operator OptionSpec() const { return spec_; }
+    Row& NewUsageLine() { row_.newUsageLine = true; return *this; }
+    operator OptionRow() const { return row_; }
 
 private:
-    OptionSpec spec_;
+    OptionRow row_;
 };
 
-std::vector<OptionSpec> Rows() {
+std::vector<OptionRow> Rows() {
     using O = Options;
     return {
         Row({"--help", "-h"}, {}).Asks(ParseStatus::Help).Help("Show this text."),
@@ -126,8 +126,8 @@ std::vector<OptionSpec> Rows() {
 
 } // namespace
 
-const std::vector<OptionSpec>& OptionTable() {
-    static const std::vector<OptionSpec> table = Rows();
+const std::vector<OptionRow>& OptionTable() {
+    static const std::vector<OptionRow> table = Rows();
     return table;
 }
 
@@ -140,11 +140,11 @@ bool Holds(const Field& field) {
 
 } // namespace
 
-bool OptionSpec::TakesValue() const { return !std::holds_alternative<std::monostate>(field) && !Holds<bool>(field); }
+bool OptionRow::TakesValue() const { return !std::holds_alternative<std::monostate>(field) && !Holds<bool>(field); }
 
-bool OptionSpec::Repeatable() const { return Holds<std::vector<int>>(field) || Holds<std::vector<std::string>>(field); }
+bool OptionRow::Repeatable() const { return Holds<std::vector<int>>(field) || Holds<std::vector<std::string>>(field); }
 
-std::string OptionSpec::TypeName() const {
+std::string OptionRow::TypeName() const {
     if (Holds<int>(field) || Holds<std::vector<int>>(field)) return "int";
     if (Holds<double>(field)) return "real";
     if (Holds<std::string>(field) || Holds<std::vector<std::string>>(field)) return "text";
@@ -154,10 +154,10 @@ std::string OptionSpec::TypeName() const {
 
 Options DefaultOptions() {
     Options o;
-    for (const OptionSpec& spec : OptionTable()) {
-        if (auto f = std::get_if<int Options::*>(&spec.field)) o.**f = static_cast<int>(spec.number);
-        if (auto f = std::get_if<double Options::*>(&spec.field)) o.**f = spec.number;
-        if (auto f = std::get_if<std::string Options::*>(&spec.field)) o.**f = spec.text;
+    for (const OptionRow& row : OptionTable()) {
+        if (auto f = std::get_if<int Options::*>(&row.field)) o.**f = static_cast<int>(row.number);
+        if (auto f = std::get_if<double Options::*>(&row.field)) o.**f = row.number;
+        if (auto f = std::get_if<std::string Options::*>(&row.field)) o.**f = row.text;
     }
     return o;
 }

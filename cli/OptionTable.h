@@ -25,7 +25,7 @@ using Field = std::variant<std::monostate, bool Options::*, int Options::*, doub
                            std::string Options::*, ProgressFormat Options::*, std::vector<int> Options::*,
                            std::vector<std::string> Options::*>;
 
-struct OptionSpec {
+struct OptionRow {
     std::vector<std::string> names;  // as typed in messages and help, the main one first
     Field field;
     ParseStatus asks = ParseStatus::Run;  // what an option without a field asks for
@@ -51,11 +51,11 @@ struct OptionSpec {
 };
 
 // In the order of the usage synopsis and of --help.
-const std::vector<OptionSpec>& OptionTable();
+const std::vector<OptionRow>& OptionTable();
 
 // An option's value in options as JSON (null for an empty text or an
 // automatic choice).
-QJsonValue ValueJson(const OptionSpec& spec, const Options& options);
+QJsonValue ValueJson(const OptionRow& row, const Options& options);
 // The -json summary's "parameters": every option with a JSON key.
 QJsonObject ParametersJson(const Options& options);
 

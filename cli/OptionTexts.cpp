@@ -24,21 +24,21 @@ std::string Number(double value) {
 }
 
 // "[-classes <n>]", "[-b <band>]...".
-std::string Synopsis(const OptionSpec& spec) {
-    const std::string value = spec.value.empty() ? "" : " " + spec.value;
-    return "[" + spec.Shown() + value + "]" + (spec.Repeatable() ? "..." : "");
+std::string Synopsis(const OptionRow& row) {
+    const std::string value = row.value.empty() ? "" : " " + row.value;
+    return "[" + row.Shown() + value + "]" + (row.Repeatable() ? "..." : "");
 }
 
 // " Default: 8 (1..255)." and the like; empty for an option without one.
-std::string DefaultSentence(const OptionSpec& spec) {
-    if (!spec.byDefault.empty()) return " Default: " + spec.byDefault + ".";
-    if (!spec.text.empty()) return " Default: " + spec.text + ".";
-    const std::string type = spec.TypeName();
+std::string DefaultSentence(const OptionRow& row) {
+    if (!row.byDefault.empty()) return " Default: " + row.byDefault + ".";
+    if (!row.text.empty()) return " Default: " + row.text + ".";
+    const std::string type = row.TypeName();
     if (type != "int" && type != "real") return {};
     std::string range;
-    if (spec.min && spec.max) range = " (" + Number(*spec.min) + ".." + Number(*spec.max) + ")";
-    else if (spec.min) range = *spec.min == 0 ? " (0 or more)" : " (at least " + Number(*spec.min) + ")";
-    return " Default: " + Number(spec.number) + range + ".";
+    if (row.min && row.max) range = " (" + Number(*row.min) + ".." + Number(*row.max) + ")";
+    else if (row.min) range = *row.min == 0 ? " (0 or more)" : " (at least " + Number(*row.min) + ")";
+    return " Default: " + Number(row.number) + range + ".";
 }
 
 // text broken into lines of at most kHelpWidth, each but the first indented
@@ -56,13 +56,13 @@ std::string Wrapped(const std::string& text) {
     return out + line + "\n";
 }
 
-std::string HelpEntry(const OptionSpec& spec) {
+std::string HelpEntry(const OptionRow& row) {
     std::string label = "  ";
-    for (size_t i = 0; i < spec.names.size(); ++i) label += (i ? ", " : "") + spec.names[i];
-    if (!spec.value.empty()) label += " " + spec.value;
+    for (size_t i = 0; i < row.names.size(); ++i) label += (i ? ", " : "") + row.names[i];
+    if (!row.value.empty()) label += " " + row.value;
     label += label.size() < kHelpColumn ? std::string(kHelpColumn - label.size(), ' ')
                                         : "\n" + std::string(kHelpColumn, ' ');
-    return label + Wrapped(spec.help + DefaultSentence(spec));
+    return label + Wrapped(row.help + DefaultSentence(row));
 }
 
 // How a run treats the files around it, and what its exit status says.
@@ -86,60 +86,60 @@ std::string RunFolderHelp() {
 
 QJsonValue Bound(const std::optional<double>& bound) { return bound ? QJsonValue(*bound) : QJsonValue(); }
 
-QJsonObject SpecJson(const OptionSpec& spec, const Options& defaults) {
+QJsonObject SpecJson(const OptionRow& row, const Options& defaults) {
     QJsonArray names, choices;
-    for (const std::string& n : spec.names) names.append(QString::fromStdString(n));
-    for (const auto& choice : spec.choices) choices.append(QString::fromStdString(choice.first));
+    for (const std::string& n : row.names) names.append(QString::fromStdString(n));
+    for (const auto& choice : row.choices) choices.append(QString::fromStdString(choice.first));
     const auto TextOrNull = [](const std::string& s) { return s.empty() ? QJsonValue() : QString::fromStdString(s); };
     QJsonObject json{{"names", names},
-                     {"type", QString::fromStdString(spec.TypeName())},
-                     {"repeatable", spec.Repeatable()},
-                     {"default", ValueJson(spec, defaults)},
-                     {"min", Bound(spec.min)},
-                     {"max", Bound(spec.max)},
-                     {"help", QString::fromStdString(spec.help)},
-                     {"json_key", TextOrNull(spec.jsonKey)},
-                     {"qgis_name", TextOrNull(spec.qgisName)},
-                     {"qgis_label", TextOrNull(spec.qgisLabel)}};
+                     {"type", QString::fromStdString(row.TypeName())},
+                     {"repeatable", row.Repeatable()},
+                     {"default", ValueJson(row, defaults)},
+                     {"min", Bound(row.min)},
+                     {"max", Bound(row.max)},
+                     {"help", QString::fromStdString(row.help)},
+                     {"json_key", TextOrNull(row.jsonKey)},
+                     {"qgis_name", TextOrNull(row.qgisName)},
+                     {"qgis_label", TextOrNull(row.qgisLabel)}};
     if (!choices.isEmpty()) json["choices"] = choices;
     return json;
 }
 
 } // namespace
 
-QJsonValue ValueJson(const OptionSpec& spec, const Options& o) {
+QJsonValue ValueJson(const OptionRow& row, const Options& o) {
     const auto Text = [](const std::string& s) { return s.empty() ? QJsonValue() : QString::fromStdString(s); };
-    if (auto f = std::get_if<bool Options::*>(&spec.field)) return o.**f;
-    if (auto f = std::get_if<int Options::*>(&spec.field)) return o.**f;
-    if (auto f = std::get_if<double Options::*>(&spec.field)) return o.**f;
-    if (auto f = std::get_if<std::string Options::*>(&spec.field)) return Text(o.**f);
-    if (auto f = std::get_if<ProgressFormat Options::*>(&spec.field))
-        for (const auto& [word, choice] : spec.choices)
+    if (auto f = std::get_if<bool Options::*>(&row.field)) return o.**f;
+    if (auto f = std::get_if<int Options::*>(&row.field)) return o.**f;
+    if (auto f = std::get_if<double Options::*>(&row.field)) return o.**f;
+    if (auto f = std::get_if<std::string Options::*>(&row.field)) return Text(o.**f);
+    if (auto f = std::get_if<ProgressFormat Options::*>(&row.field))
+        for (const auto& [word, choice] : row.choices)
             if (o.**f == choice) return QString::fromStdString(word);
     QJsonArray values;
-    if (auto f = std::get_if<std::vector<int> Options::*>(&spec.field))
+    if (auto f = std::get_if<std::vector<int> Options::*>(&row.field))
         for (int v : o.**f) values.append(v);
-    if (auto f = std::get_if<std::vector<std::string> Options::*>(&spec.field))
+    if (auto f = std::get_if<std::vector<std::string> Options::*>(&row.field))
         for (const std::string& v : o.**f) values.append(QString::fromStdString(v));
-    return spec.Repeatable() ? QJsonValue(values) : QJsonValue();
+    return row.Repeatable() ? QJsonValue(values) : QJsonValue();
 }
 
 QJsonObject ParametersJson(const Options& options) {
     QJsonObject parameters;
-    for (const OptionSpec& spec : OptionTable())
-        if (!spec.jsonKey.empty()) parameters[QString::fromStdString(spec.jsonKey)] = ValueJson(spec, options);
+    for (const OptionRow& row : OptionTable())
+        if (!row.jsonKey.empty()) parameters[QString::fromStdString(row.jsonKey)] = ValueJson(row, options);
     return parameters;
 }
 
 std::string UsageText() {
     const std::string indent(std::string(kUsageStart).size(), ' ');
     std::string usage = kUsageStart, line;
-    for (const OptionSpec& spec : OptionTable()) {
-        if (spec.newUsageLine) {
+    for (const OptionRow& row : OptionTable()) {
+        if (row.newUsageLine) {
             usage += line + "\n" + indent;
             line.clear();
         }
-        line += (line.empty() ? "" : " ") + Synopsis(spec);
+        line += (line.empty() ? "" : " ") + Synopsis(row);
     }
     return usage + line + "\n" + indent + "<input> <output>\n";
 }
@@ -152,7 +152,7 @@ std::string HelpText() {
                        "<output base>.hdr). Pixel value 0 is unclassified, 1..n are the classes,\n"
                        "each with a name and a colour.\n\n"
                        "Options:\n";
-    for (const OptionSpec& spec : OptionTable()) help += HelpEntry(spec);
+    for (const OptionRow& row : OptionTable()) help += HelpEntry(row);
     return help + "\n" + RunFolderHelp();
 }
 
@@ -163,7 +163,7 @@ std::string VersionText() {
 std::string OptionsJson() {
     const Options defaults = DefaultOptions();
     QJsonArray options;
-    for (const OptionSpec& spec : OptionTable()) options.append(SpecJson(spec, defaults));
+    for (const OptionRow& row : OptionTable()) options.append(SpecJson(row, defaults));
     return QJsonDocument(QJsonObject{{"options", options}}).toJson(QJsonDocument::Indented).toStdString();
 }
 

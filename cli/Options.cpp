@@ -47,46 +47,46 @@ bool ParseReal(const std::string& text, double& value) {
     return true;
 }
 
-// What a value of spec should look like: "a whole number", "bar, lines or machine".
-std::string Expected(const OptionSpec& spec) {
-    if (!spec.expects.empty()) return spec.expects;
-    if (spec.TypeName() == "int") return "a whole number";
-    if (spec.TypeName() == "real") return "a number";
+// What a value of row should look like: "a whole number", "bar, lines or machine".
+std::string Expected(const OptionRow& row) {
+    if (!row.expects.empty()) return row.expects;
+    if (row.TypeName() == "int") return "a whole number";
+    if (row.TypeName() == "real") return "a number";
     std::string words;
-    for (size_t i = 0; i < spec.choices.size(); ++i)
-        words += (i == 0 ? "" : i + 1 == spec.choices.size() ? " or " : ", ") + spec.choices[i].first;
+    for (size_t i = 0; i < row.choices.size(); ++i)
+        words += (i == 0 ? "" : i + 1 == row.choices.size() ? " or " : ", ") + row.choices[i].first;
     return words;
 }
 
-// Stores one value of spec in o; returns the complaint, or nothing.
-std::string Apply(const OptionSpec& spec, const std::string& value, Options& o) {
-    const std::string malformed = spec.Shown() + " expects " + Expected(spec) + ", got '" + value + "'";
-    if (auto f = std::get_if<int Options::*>(&spec.field)) return ParseWhole(value, o.**f) ? "" : malformed;
-    if (auto f = std::get_if<double Options::*>(&spec.field)) return ParseReal(value, o.**f) ? "" : malformed;
-    if (auto f = std::get_if<std::vector<int> Options::*>(&spec.field)) {
+// Stores one value of row in o; returns the complaint, or nothing.
+std::string Apply(const OptionRow& row, const std::string& value, Options& o) {
+    const std::string malformed = row.Shown() + " expects " + Expected(row) + ", got '" + value + "'";
+    if (auto f = std::get_if<int Options::*>(&row.field)) return ParseWhole(value, o.**f) ? "" : malformed;
+    if (auto f = std::get_if<double Options::*>(&row.field)) return ParseReal(value, o.**f) ? "" : malformed;
+    if (auto f = std::get_if<std::vector<int> Options::*>(&row.field)) {
         int number = 0;
         if (!ParseWhole(value, number)) return malformed;
         (o.**f).push_back(number);
         return {};
     }
-    if (auto f = std::get_if<ProgressFormat Options::*>(&spec.field)) {
-        const auto chosen = std::find_if(spec.choices.begin(), spec.choices.end(),
+    if (auto f = std::get_if<ProgressFormat Options::*>(&row.field)) {
+        const auto chosen = std::find_if(row.choices.begin(), row.choices.end(),
                                          [&value](const auto& choice) { return choice.first == value; });
-        if (chosen == spec.choices.end()) return malformed;
+        if (chosen == row.choices.end()) return malformed;
         o.**f = chosen->second;
         return {};
     }
     // Texts: only an empty one is malformed.
-    if (value.empty()) return spec.Shown() + " expects " + Expected(spec);
-    if (auto f = std::get_if<std::string Options::*>(&spec.field)) o.**f = value;
-    if (auto f = std::get_if<std::vector<std::string> Options::*>(&spec.field)) (o.**f).push_back(value);
+    if (value.empty()) return row.Shown() + " expects " + Expected(row);
+    if (auto f = std::get_if<std::string Options::*>(&row.field)) o.**f = value;
+    if (auto f = std::get_if<std::vector<std::string> Options::*>(&row.field)) (o.**f).push_back(value);
     return {};
 }
 
 // An option's name as Qt knows it: without its dashes.
-QStringList QtNames(const OptionSpec& spec) {
+QStringList QtNames(const OptionRow& row) {
     QStringList names;
-    for (const std::string& n : spec.names) names << QString::fromStdString(n.substr(n.find_first_not_of('-')));
+    for (const std::string& n : row.names) names << QString::fromStdString(n.substr(n.find_first_not_of('-')));
     return names;
 }
 
@@ -109,8 +109,8 @@ std::string MissingValue(const std::vector<std::string>& args) {
         const std::string& arg = args[i];
         if (arg == "--") break;
         if (arg.size() < 2 || arg[0] != '-' || arg.find('=') != std::string::npos) continue;
-        for (const OptionSpec& spec : OptionTable()) {
-            if (!spec.TakesValue() || !QtNames(spec).contains(QString::fromStdString(Stripped(arg)))) continue;
+        for (const OptionRow& row : OptionTable()) {
+            if (!row.TakesValue() || !QtNames(row).contains(QString::fromStdString(Stripped(arg)))) continue;
             if (i + 1 == args.size()) return "option " + arg + " needs a value";
             ++i;
         }
@@ -126,14 +126,14 @@ std::string TypedUnknown(const std::vector<std::string>& args, const QString& na
 }
 
 std::string ApplyOptions(const QCommandLineParser& parser, Options& o) {
-    for (const OptionSpec& spec : OptionTable()) {
-        const QString name = QtNames(spec).first();
-        if (auto flag = std::get_if<bool Options::*>(&spec.field)) o.**flag = parser.isSet(name);
-        if (!spec.TakesValue()) continue;
+    for (const OptionRow& row : OptionTable()) {
+        const QString name = QtNames(row).first();
+        if (auto flag = std::get_if<bool Options::*>(&row.field)) o.**flag = parser.isSet(name);
+        if (!row.TakesValue()) continue;
         const QStringList values = parser.values(name);
-        const int first = spec.Repeatable() ? 0 : static_cast<int>(values.size()) - 1;
+        const int first = row.Repeatable() ? 0 : static_cast<int>(values.size()) - 1;
         for (int i = std::max(first, 0); i < values.size(); ++i)
-            if (std::string complaint = Apply(spec, values[i].toStdString(), o); !complaint.empty()) return complaint;
+            if (std::string complaint = Apply(row, values[i].toStdString(), o); !complaint.empty()) return complaint;
     }
     return {};
 }
@@ -144,9 +144,9 @@ ParseResult ParseArguments(const std::vector<std::string>& args) {
     if (std::string missing = MissingValue(args); !missing.empty()) return Fail(missing);
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
-    for (const OptionSpec& spec : OptionTable())
-        parser.addOption(spec.TakesValue() ? QCommandLineOption(QtNames(spec), QString(), QStringLiteral("value"))
-                                           : QCommandLineOption(QtNames(spec)));
+    for (const OptionRow& row : OptionTable())
+        parser.addOption(row.TakesValue() ? QCommandLineOption(QtNames(row), QString(), QStringLiteral("value"))
+                                           : QCommandLineOption(QtNames(row)));
     QStringList words{QStringLiteral("isodata")};
     for (const std::string& a : args) words << QString::fromStdString(a);
     if (!parser.parse(words)) {
@@ -156,9 +156,9 @@ ParseResult ParseArguments(const std::vector<std::string>& args) {
     }
 
     ParseResult result;
-    for (const OptionSpec& spec : OptionTable())
-        if (spec.asks != ParseStatus::Run && parser.isSet(QtNames(spec).first())) {
-            result.status = spec.asks;
+    for (const OptionRow& row : OptionTable())
+        if (row.asks != ParseStatus::Run && parser.isSet(QtNames(row).first())) {
+            result.status = row.asks;
             return result;
         }
 

@@ -42,12 +42,12 @@ namespace {
 
 std::string Quote(const std::string& s) { return "'" + s + "'"; }
 
-// The complaint about value of spec, or nothing when it is within range.
+// The complaint about value of row, or nothing when it is within range.
 template <class T>
-std::string CheckRange(const OptionSpec& spec, T value) {
-    if ((!spec.min || value >= *spec.min) && (!spec.max || value <= *spec.max)) return {};
+std::string CheckRange(const OptionRow& row, T value) {
+    if ((!row.min || value >= *row.min) && (!row.max || value <= *row.max)) return {};
     std::ostringstream s;
-    s << spec.Shown() << " " << value << " " << spec.outOfRange << ": " << spec.why;
+    s << row.Shown() << " " << value << " " << row.outOfRange << ": " << row.why;
     return s.str();
 }
 
@@ -186,12 +186,12 @@ std::string CheckTmpDir(const Options& o) {
 } // namespace
 
 std::string CheckRanges(const Options& o) {
-    for (const OptionSpec& spec : OptionTable()) {
+    for (const OptionRow& row : OptionTable()) {
         std::string problem;
-        if (auto f = std::get_if<int Options::*>(&spec.field)) problem = CheckRange(spec, o.**f);
-        if (auto f = std::get_if<double Options::*>(&spec.field)) problem = CheckRange(spec, o.**f);
-        if (auto f = std::get_if<std::vector<int> Options::*>(&spec.field))
-            for (size_t i = 0; i < (o.**f).size() && problem.empty(); ++i) problem = CheckRange(spec, (o.**f)[i]);
+        if (auto f = std::get_if<int Options::*>(&row.field)) problem = CheckRange(row, o.**f);
+        if (auto f = std::get_if<double Options::*>(&row.field)) problem = CheckRange(row, o.**f);
+        if (auto f = std::get_if<std::vector<int> Options::*>(&row.field))
+            for (size_t i = 0; i < (o.**f).size() && problem.empty(); ++i) problem = CheckRange(row, (o.**f)[i]);
         if (!problem.empty()) return problem;
     }
     return {};
