@@ -10,7 +10,7 @@
 // the written values depend on every band that was read. GDAL's block cache
 // is bounded as the command bounds it: every block is read once, and filling
 // a cache sized by the machine's memory would only add to the floor.
-#include "GdalCache.h"
+#include <GdalSession.h>
 
 #include <cpl_error.h>
 #include <gdal_priv.h>
@@ -35,7 +35,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "Usage: isodata_io_floor <input> <output>\n");
         return 1;
     }
-    isodata_cli::BoundGdalBlockCache();
+    isodata::BoundGdalBlockCache();
     GDALAllRegister();
     GDALDatasetUniquePtr input(GDALDataset::Open(argv[1], GDAL_OF_RASTER | GDAL_OF_READONLY));
     if (!input) return Fail("cannot open", argv[1]);

@@ -1,4 +1,4 @@
-// isodata from parsed options to exit status: check, run, publish, summary.
+// isodata from parsed options to exit status: check, run, print the report.
 #pragma once
 
 #include "Options.h"
@@ -15,8 +15,9 @@ enum class ExitCode : int {
 };
 
 // The summary goes to out, problems to err, progress to out (err with -json
-// or machine progress). progressIsTerminal selects drawn bars over lines. Returns an ExitCode, or 128 plus
-// the number of the signal that interrupted the run.
+// or machine progress). progressIsTerminal selects drawn bars over lines.
+// Returns an ExitCode, or 128 plus the number of the signal that
+// interrupted the run.
 int RunCommand(const Options& options, std::ostream& out, std::ostream& err, bool progressIsTerminal);
 
 } // namespace isodata_cli

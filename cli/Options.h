@@ -1,5 +1,6 @@
-// The command line of isodata: what a person can ask for, its defaults, and
-// the parser that turns argv into it without touching any file.
+// The command line of isodata: what a person can ask for, and the parser
+// that turns argv into it without touching any file. Each option's names,
+// default, range and help live in the option table (OptionTable.h).
 #pragma once
 
 #include <string>
@@ -7,54 +8,44 @@
 
 namespace isodata_cli {
 
-// Defaults chosen for an 8-bit multispectral scene such as a Landsat subset:
-// a handful of land-cover classes, spreads and distances in digital numbers.
-// The run starts from half the classes wanted because its iterations stop as
-// soon as the cluster count equals the target after an odd-numbered round:
-// starting at the target would leave a single round, while starting below it
-// lets the rounds split the spread-out clusters first.
-struct Defaults {
-    static constexpr int kClasses = 8;
-    static constexpr int kInitialClasses = 4;
-    static constexpr int kMinClassPixels = 20;
-    static constexpr int kMaxMergePairs = 2;
-    static constexpr int kMaxIterations = 10;
-    static constexpr double kStdDevThreshold = 10.0;
-    static constexpr double kMergeDistance = 20.0;
-};
-
 // How progress is shown: drawn bars on a terminal, a line per stage in a log,
 // or "progress <overall %> <stage>" lines for a program that drives isodata.
 enum class ProgressFormat { Auto, Bar, Lines, Machine };
 
+// Every field an option fills starts at that option's default
+// (DefaultOptions); the checks replace bands and format by what they found.
 struct Options {
     std::string input;
     std::string output;
-    std::vector<int> bands;  // 1-based as typed; empty means every band
-    int classes = Defaults::kClasses;
-    int initialClasses = Defaults::kInitialClasses;
-    int minClassPixels = Defaults::kMinClassPixels;
-    int maxMergePairs = Defaults::kMaxMergePairs;
-    int maxIterations = Defaults::kMaxIterations;
-    double stdDevThreshold = Defaults::kStdDevThreshold;
-    double mergeDistance = Defaults::kMergeDistance;
+    std::vector<int> bands;  // 1-based; empty means every band
+    int classes = 0;
+    int initialClasses = 0;
+    int minClassPixels = 0;
+    int maxMergePairs = 0;
+    int maxIterations = 0;
+    double stdDevThreshold = 0.0;
+    double mergeDistance = 0.0;
     std::string previewPath;  // empty: no preview
     std::string pluginPath;   // empty: the plug-in beside the executable
     std::string tmpDir;       // empty: the run folder goes beside the output
-    std::string format = "ENVI";               // GDAL driver of the output
+    std::string format;                        // GDAL driver of the output
     std::vector<std::string> creationOptions;  // NAME=VALUE, for that driver
     ProgressFormat progress = ProgressFormat::Auto;
     bool quiet = false;
     bool overwrite = false;
-    bool debug = false;       // show GDAL's own messages as they come
-    bool json = false;        // the summary as one JSON object on stdout
+    bool debug = false;  // show GDAL's own messages as they come
+    bool json = false;   // the summary as one JSON object on stdout
 };
 
+// Every option at the default the option table gives it.
+Options DefaultOptions();
+
 enum class ParseStatus {
-    Run,      // options complete; go on to the checks
-    Help,     // --help was asked for
-    Version,  // --version was asked for
-    Error,    // a usage error; message says what
+    Run,          // options complete; go on to the checks
+    Help,         // --help was asked for
+    Version,      // --version was asked for
+    OptionsJson,  // --options-json was asked for
+    Error,        // a usage error; message says what
 };
 
 struct ParseResult {
@@ -64,10 +55,5 @@ struct ParseResult {
 };
 
 ParseResult ParseArguments(const std::vector<std::string>& args);
-
-// The short synopsis printed with a usage error, and the full --help text.
-std::string UsageText();
-std::string HelpText();
-std::string VersionText();
 
 } // namespace isodata_cli

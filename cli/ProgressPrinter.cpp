@@ -4,6 +4,8 @@
 // their start stay one plain line.
 #include "ProgressPrinter.h"
 
+#include <StageTexts.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -12,9 +14,7 @@
 namespace isodata_cli {
 namespace {
 
-const std::string kRoundMarker = "times iteration";
-const std::string kFirstPass = "Statistical classification";
-const std::string kLabellingStage = "Generating result file";
+const std::string kRoundMarker = isodata::kTimesIteration;
 // Reports may fall a hair short of 100 after summing per-block steps.
 constexpr double kComplete = 100.0 - 1e-6;
 constexpr int kTicks = 40;
@@ -53,14 +53,15 @@ std::string StageLabel(const StageText& stage) {
 
 double OverallPercent(const StageText& stage, double percent, int iterations) {
     const double f = std::clamp(percent, 0.0, 100.0) / 100.0;
-    if (stage.name == kLabellingStage) return 70.0 + 30.0 * f;
-    if (stage.iteration == 0) return stage.name == kFirstPass ? 4.0 + 6.0 * f : 4.0 * f;
+    if (stage.name == isodata::kGeneratingResultFile) return 70.0 + 30.0 * f;
+    if (stage.iteration == 0) return stage.name == isodata::kStatisticalClassification ? 4.0 + 6.0 * f : 4.0 * f;
     // Within a round: statistics first, then the split or merge and the new
     // pass over the image, which takes the larger part.
     const double round = 60.0 / std::max(iterations, 1);
     double start = 0.0, span = 0.3;
-    if (stage.name == "Split") start = 0.3, span = 0.25;
-    else if (stage.name.find("-Statistical classification") != std::string::npos) start = 0.55, span = 0.45;
+    if (stage.name == isodata::kSplit) start = 0.3, span = 0.25;
+    else if (stage.name == isodata::kSplitClassification || stage.name == isodata::kMergeClassification)
+        start = 0.55, span = 0.45;
     const int done = std::min(stage.iteration, std::max(iterations, 1)) - 1;
     return 10.0 + round * (done + start + span * f);
 }

@@ -1,16 +1,18 @@
 // Checks a request before the plug-in sees it, in the order a person would
-// fix things: the numbers, the input, the output, the preview, then where
-// the run folder goes. The first problem ends the checks.
+// fix things: the numbers (against the option table's ranges), the format
+// and its creation options, the input, the output, the preview, then where
+// the run folder goes. The first problem ends the checks; what passes
+// becomes the run's request.
 //
 // The plug-in passes bad values on unchecked and reports a failure without a
 // reason, so values are checked here. Its working files live in the run
 // folder, so the input's folder is only read.
 #include "Validate.h"
 
-#include "Convert.h"
-#include "Paths.h"
+#include "OptionTable.h"
 
 #include <GdalSession.h>
+#include <Paths.h>
 
 #include <climits>
 
@@ -19,32 +21,55 @@
 #include <gdal_priv.h>
 
 #include <filesystem>
-#include <limits>
 #include <sstream>
 #include <system_error>
 
 namespace fs = std::filesystem;
 
 namespace isodata_cli {
-namespace {
 
-// Class numbers are pixel values of a Byte raster, 0 meaning unclassified.
-constexpr int kMaxClasses = 255;
+using isodata_run::Exists;
+using isodata_run::FileNameOf;
+using isodata_run::FolderIsWritable;
+using isodata_run::FolderOf;
+using isodata_run::IsVirtualPath;
+using isodata_run::ResultFiles;
+using isodata_run::ResultFilesFor;
+using isodata_run::RunRequest;
+using isodata_run::SamePath;
+
+namespace {
 
 std::string Quote(const std::string& s) { return "'" + s + "'"; }
 
-std::string CheckRange(const char* option, int value, int low, int high, const char* why) {
-    if (value >= low && value <= high) return {};
+// The complaint about value of row, or nothing when it is within range.
+template <class T>
+std::string CheckRange(const OptionRow& row, T value) {
+    if ((!row.min || value >= *row.min) && (!row.max || value <= *row.max)) return {};
     std::ostringstream s;
-    s << option << " " << value << " is out of range: " << why;
+    s << row.Shown() << " " << value << " " << row.outOfRange << ": " << row.why;
     return s.str();
 }
 
-std::string CheckNonNegative(const char* option, double value, const char* why) {
-    if (value >= 0.0) return {};
-    std::ostringstream s;
-    s << option << " " << value << " is out of range: " << why;
-    return s.str();
+// The GDAL driver's short name as GDAL spells it, or a complaint naming the
+// format or creation option at fault: the driver must write rasters and
+// accept every -co.
+std::string CheckFormat(const std::string& format, const std::vector<std::string>& creationOptions,
+                        std::string& shortName) {
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(format.c_str());
+    const bool writes = driver && driver->GetMetadataItem(GDAL_DCAP_RASTER) &&
+                        (driver->GetMetadataItem(GDAL_DCAP_CREATECOPY) || driver->GetMetadataItem(GDAL_DCAP_CREATE));
+    if (!writes) return "-of " + format + ": GDAL has no raster driver of that name that writes files";
+    shortName = driver->GetDescription();
+    for (const std::string& option : creationOptions)
+        if (option.find('=') == std::string::npos || option.front() == '=')
+            return "-co " + option + ": a creation option is NAME=VALUE";
+    CPLStringList list;
+    for (const std::string& option : creationOptions) list.AddString(option.c_str());
+    CPLErrorReset();
+    const isodata::QuietGdalErrors quiet;
+    if (!GDALValidateCreationOptions(driver, list.List())) return std::string("-co: ") + CPLGetLastErrorMsg();
+    return {};
 }
 
 struct InputInfo {
@@ -73,12 +98,10 @@ std::string OpenInput(const std::string& path, InputInfo& info) {
     return {};
 }
 
-std::string CheckBands(const Options& o, const InputInfo& info, std::vector<int>& indices) {
-    indices.clear();
-    if (o.bands.empty()) {
-        for (int b = 0; b < info.bandCount; ++b) indices.push_back(b);
-        return {};
-    }
+// Fills in every band when none was named.
+std::string CheckBands(Options& o, const InputInfo& info) {
+    if (o.bands.empty())
+        for (int b = 1; b <= info.bandCount; ++b) o.bands.push_back(b);
     for (int band : o.bands) {
         if (band > info.bandCount) {
             std::ostringstream s;
@@ -86,7 +109,6 @@ std::string CheckBands(const Options& o, const InputInfo& info, std::vector<int>
               << (info.bandCount == 1 ? " band" : " bands");
             return s.str();
         }
-        indices.push_back(band - 1);
     }
     return {};
 }
@@ -104,7 +126,8 @@ std::string CheckNewFile(const char* what, const std::string& file, const std::s
     std::error_code ec;
     if (fs::is_directory(file, ec)) return std::string(what) + " " + Quote(file) + " is a folder";
     if (Exists(file) && !o.overwrite) {
-        if (file == named) return std::string(what) + " " + Quote(named) + " already exists (use -overwrite to replace it)";
+        if (file == named)
+            return std::string(what) + " " + Quote(named) + " already exists (use -overwrite to replace it)";
         return std::string(what) + " " + Quote(named) + ": " + Quote(file) +
                " already exists (use -overwrite to replace it)";
     }
@@ -162,41 +185,47 @@ std::string CheckTmpDir(const Options& o) {
 
 } // namespace
 
-std::string CheckParameters(const Options& o) {
-    for (int band : o.bands)
-        if (band < 1) return "-b " + std::to_string(band) + " is not a band: bands are numbered from 1";
-    constexpr int kNoLimit = std::numeric_limits<int>::max();
-    const std::string problems[] = {
-        CheckRange("-classes", o.classes, 1, kMaxClasses, "between 1 and 255 classes fit a Byte class raster"),
-        CheckRange("-initial", o.initialClasses, 1, kMaxClasses, "between 1 and 255 starting centres"),
-        CheckRange("-min-size", o.minClassPixels, 0, kNoLimit, "a cluster cannot have fewer than 0 pixels"),
-        CheckRange("-merge-pairs", o.maxMergePairs, 0, kNoLimit, "at least 0 pairs (0 merges nothing)"),
-        CheckRange("-iter", o.maxIterations, 1, kNoLimit,
-                   "at least 1 iteration (0 would run until the class count reaches -classes, "
-                   "which may never happen)"),
-        CheckNonNegative("-std", o.stdDevThreshold, "a standard deviation is never negative"),
-        CheckNonNegative("-merge-dist", o.mergeDistance, "a distance is never negative"),
-    };
-    for (const std::string& problem : problems)
+std::string CheckRanges(const Options& o) {
+    for (const OptionRow& row : OptionTable()) {
+        std::string problem;
+        if (auto f = std::get_if<int Options::*>(&row.field)) problem = CheckRange(row, o.**f);
+        if (auto f = std::get_if<double Options::*>(&row.field)) problem = CheckRange(row, o.**f);
+        if (auto f = std::get_if<std::vector<int> Options::*>(&row.field))
+            for (size_t i = 0; i < (o.**f).size() && problem.empty(); ++i) problem = CheckRange(row, (o.**f)[i]);
         if (!problem.empty()) return problem;
+    }
     return {};
 }
 
-Validation ValidateRequest(const Options& o) {
+Validation ValidateRequest(const Options& options) {
     Validation v;
+    v.checked = options;
+    Options& o = v.checked;
     InputInfo input;
-    std::string& format = v.request.format;
-    std::string problem = CheckParameters(o);
-    if (problem.empty()) problem = CheckFormat(o.format, o.creationOptions, format);
+    std::string problem = CheckRanges(o);
+    if (problem.empty()) problem = CheckFormat(options.format, o.creationOptions, o.format);
     if (problem.empty()) problem = OpenInput(o.input, input);
-    if (problem.empty()) problem = CheckBands(o, input, v.request.bandIndices);
-    if (problem.empty()) problem = CheckOutput(o, input, format);
-    if (problem.empty()) problem = CheckPreview(o, input, format);
+    if (problem.empty()) problem = CheckBands(o, input);
+    if (problem.empty()) problem = CheckOutput(o, input, o.format);
+    if (problem.empty()) problem = CheckPreview(o, input, o.format);
     if (problem.empty()) problem = CheckTmpDir(o);
-    v.message = problem;
-    v.ok = problem.empty();
-    v.request.inputFiles = input.files;
+    v.problem = problem;
+    if (problem.empty()) v.request = RequestFor(o, input.files);
     return v;
+}
+
+RunRequest RequestFor(const Options& o, const std::vector<std::string>& inputFiles) {
+    RunRequest r;
+    r.input = o.input;
+    r.inputFiles = inputFiles;
+    r.output = {o.output, o.format, o.creationOptions, o.previewPath, o.overwrite};
+    r.classification = {o.classes,        o.initialClasses,  o.minClassPixels, o.maxMergePairs,
+                        o.maxIterations,  o.stdDevThreshold, o.mergeDistance,  {}};
+    for (int band : o.bands) r.classification.bandIndices.push_back(band - 1);
+    r.tmpDir = o.tmpDir;
+    r.pluginPath = o.pluginPath;
+    r.gdalDebug = o.debug;
+    return r;
 }
 
 } // namespace isodata_cli

@@ -1,35 +1,34 @@
 // The checks made before anything runs. The plug-in only answers true or
 // false, so everything the command can find out in advance is found out
 // here, and each problem is reported in one message that names the file or
-// value at fault.
+// value at fault. What passes becomes the run's request.
 #pragma once
 
 #include "Options.h"
+
+#include <RunRequest.h>
 
 #include <string>
 #include <vector>
 
 namespace isodata_cli {
 
-// What the checks learnt that the run needs.
-struct CheckedRequest {
-    std::vector<std::string> inputFiles;  // every file GDAL reads for the input
-    std::vector<int> bandIndices;         // 0-based, in the order given
-    std::string format;                   // the output driver's name as GDAL spells it
-};
-
 struct Validation {
-    bool ok = false;
-    std::string message;  // the first problem found, when not ok
-    CheckedRequest request;
+    std::string problem;  // the first problem found; empty when there is none
+    // The options as checked: every band listed, the format as GDAL spells it.
+    Options checked;
+    isodata_run::RunRequest request;
 };
 
-// The numeric options alone; empty when all make sense.
-std::string CheckParameters(const Options& options);
+// The numbers alone, against the option table's ranges; empty when all fit.
+std::string CheckRanges(const Options& options);
 
-// Everything: the numbers, then the input, the output, the preview and the
-// run folder's place. Opens the input with GDAL; writes nothing but
-// short-lived probe files to test that folders are writable.
+// Everything: the numbers, the format, then the input, the output, the
+// preview and the run folder's place. Opens the input with GDAL; writes
+// nothing but short-lived probe files to test that folders are writable.
 Validation ValidateRequest(const Options& options);
+
+// The request for checked options and the files GDAL reads for the input.
+isodata_run::RunRequest RequestFor(const Options& checked, const std::vector<std::string>& inputFiles);
 
 } // namespace isodata_cli

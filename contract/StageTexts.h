@@ -1,8 +1,9 @@
 // Every text a run shows the host, as English source strings, grouped by the
 // translation context it is looked up in. The plug-in reports them through
-// the progress signal; the command line recognises them when it draws
-// progress (the round counter inside the growing iteration prefix), so both
-// take them from here.
+// the progress signal; the command's progress printer recognises them (the
+// round counter inside the growing iteration prefix, the stages it weighs)
+// and the tests' stand-in plug-in reports them as the plug-in does, so all
+// three take them from here.
 #pragma once
 
 namespace isodata {

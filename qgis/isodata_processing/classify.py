@@ -1,13 +1,21 @@
-"""The Processing algorithm isodata:classify: its parameters, with the
-isodata command's defaults and ranges, and the step from parameter values to
-one run of the command.
+"""The Processing algorithm isodata:classify: its parameters, read from the
+isodata command's own option table, and the step from parameter values to one
+run of the command.
 
-Plan: declare the parameters with their help texts; in processAlgorithm
-resolve the input layer, the band list and the output format (from the output
-file's extension, GeoTIFF when it names none GDAL knows), run the command
-through command.run, and log the class summary it returns. QGIS then loads
-the output, whose colour table and category names give the class colours and
-names.
+Plan: declare the input, then one parameter for each option the command
+offers to QGIS (`isodata --options-json`, read once per executable): the
+repeatable band option as a band list of the input, the others as numbers
+with the command's defaults, ranges, labels and help; then the output. In
+processAlgorithm resolve the input layer and the output format (from the
+output file's extension, GeoTIFF when it names none GDAL knows), run the
+command through command.run, and log the class summary it returns. QGIS then
+loads the output, whose colour table and category names give the class
+colours and names.
+
+When the command cannot be found or its option table cannot be read, the
+algorithm shows only its input and output, canExecute says why, and a run is
+refused with the same reason: a run without the command's own parameters
+could only guess them.
 """
 import os
 import shlex
@@ -24,30 +32,6 @@ from . import command
 
 DEFAULT_FORMAT = 'GTiff'
 
-# (parameter, isodata option, integer?, default, minimum, maximum, label, help)
-NUMBERS = (
-    ('CLASSES', '-classes', True, 8, 1, 255, 'Number of classes',
-     'Number of classes wanted.'),
-    ('INITIAL', '-initial', True, 4, 1, 255, 'Initial cluster centres',
-     'Cluster centres to start from. The iterations end early once the '
-     'cluster count equals the classes wanted after an odd-numbered '
-     'iteration, so starting below that number leaves room to split.'),
-    ('MIN_SIZE', '-min-size', True, 20, 0, None, 'Minimum cluster size (pixels)',
-     'Clusters with fewer pixels are dropped (0 keeps all). Counted on the '
-     'working copy: the input at full size up to 100 pixels on its shorter '
-     'side, half size up to 5000, quarter size beyond.'),
-    ('MERGE_PAIRS', '-merge-pairs', True, 2, 0, None, 'Cluster pairs merged per step',
-     'Most cluster pairs merged in one merge step.'),
-    ('ITERATIONS', '-iter', True, 10, 1, None, 'Iterations',
-     'Iterations to run.'),
-    ('STD', '-std', False, 10.0, 0.0, None, 'Split threshold (standard deviation)',
-     'A cluster whose largest band standard deviation exceeds this may be '
-     'split.'),
-    ('MERGE_DIST', '-merge-dist', False, 20.0, 0.0, None, 'Merge distance',
-     'Cluster centres closer than this (Euclidean distance, in pixel values) '
-     'may be merged.'),
-)
-
 
 def _tr(text):
     return QCoreApplication.translate('ClassifyAlgorithm', text)
@@ -55,7 +39,6 @@ def _tr(text):
 
 class ClassifyAlgorithm(QgsProcessingAlgorithm):
     INPUT = 'INPUT'
-    BANDS = 'BANDS'
     OUTPUT = 'OUTPUT'
 
     def __init__(self, locate_executable):
@@ -86,36 +69,56 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
             'Runs the isodata command, found on PATH or at the path set in '
             'Settings > Options > Processing > Providers > ISODATA.')
 
+    def _options(self):
+        """The command's options for QGIS, or () when they cannot be read."""
+        program = self.locate_executable()
+        try:
+            return command.offered_options(program) if program else ()
+        except command.CommandError:
+            return ()
+
+    def _parameter(self, option):
+        name, label = option['qgis_name'], _tr(option['qgis_label'])
+        if option['repeatable']:
+            parameter = QgsProcessingParameterBand(name, label, None, self.INPUT,
+                                                   optional=True, allowMultiple=True)
+        else:
+            whole = option['type'] == 'int'
+            kind = QgsProcessingParameterNumber.Integer if whole else QgsProcessingParameterNumber.Double
+            parameter = QgsProcessingParameterNumber(name, label, kind, option['default'], False)
+            if option['min'] is not None:
+                parameter.setMinimum(option['min'])
+            if option['max'] is not None:
+                parameter.setMaximum(option['max'])
+            if not whole:
+                parameter.setMetadata({'widget_wrapper': {'decimals': 2}})
+        parameter.setHelp(_tr(option['help']))
+        return parameter
+
     def initAlgorithm(self, config=None):
         self.addParameter(QgsProcessingParameterRasterLayer(
             self.INPUT, _tr('Input raster')))
-        bands = QgsProcessingParameterBand(
-            self.BANDS, _tr('Bands to classify'), None, self.INPUT,
-            optional=True, allowMultiple=True)
-        bands.setHelp(_tr('Input bands to use (1-based). Default: every band.'))
-        self.addParameter(bands)
-        for name, _, whole, default, low, high, label, text in NUMBERS:
-            kind = QgsProcessingParameterNumber.Integer if whole else QgsProcessingParameterNumber.Double
-            number = QgsProcessingParameterNumber(name, _tr(label), kind, default, False, low)
-            if high is not None:
-                number.setMaximum(high)
-            if not whole:
-                number.setMetadata({'widget_wrapper': {'decimals': 2}})
-            number.setHelp(_tr(text))
-            self.addParameter(number)
+        for option in self._options():
+            self.addParameter(self._parameter(option))
         self.addParameter(QgsProcessingParameterRasterDestination(
             self.OUTPUT, _tr('Class raster')))
 
     def canExecute(self):
-        if self.locate_executable():
-            return True, ''
-        return False, _tr('The isodata command was not found on PATH; set its '
-                          'path in Settings > Options > Processing > Providers > ISODATA.')
+        program = self.locate_executable()
+        if not program:
+            return False, _tr('The isodata command was not found on PATH; set its '
+                              'path in Settings > Options > Processing > Providers > ISODATA.')
+        try:
+            command.offered_options(program)
+        except command.CommandError as error:
+            return False, _tr('The isodata command cannot be run: {}').format(error)
+        return True, ''
 
     def processAlgorithm(self, parameters, context, feedback):
         program = self.locate_executable()
-        if not program:
-            raise QgsProcessingException(self.canExecute()[1])
+        ready, reason = self.canExecute()
+        if not ready:
+            raise QgsProcessingException(reason)
         layer = self.parameterAsRasterLayer(parameters, self.INPUT, context)
         if layer is None:
             raise QgsProcessingException(self.invalidRasterError(parameters, self.INPUT))
@@ -140,11 +143,16 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
         # QGIS has already asked before replacing an existing output file.
         arguments = [program, '-overwrite', '-json', '-progress-format', 'machine',
                      '-of', self._format_for(output)]
-        for band in self.parameterAsInts(parameters, self.BANDS, context):
-            arguments += ['-b', str(band)]
-        for name, option, whole, *_ in NUMBERS:
-            value = (self.parameterAsInt if whole else self.parameterAsDouble)(parameters, name, context)
-            arguments += [option, str(value)]
+        for option in self._options():
+            flag, name = option['names'][0], option['qgis_name']
+            if option['repeatable']:
+                values = self.parameterAsInts(parameters, name, context)
+            elif option['type'] == 'int':
+                values = [self.parameterAsInt(parameters, name, context)]
+            else:
+                values = [self.parameterAsDouble(parameters, name, context)]
+            for value in values:
+                arguments += [flag, str(value)]
         return arguments + [source, output]
 
     @staticmethod

@@ -1,4 +1,5 @@
-"""Runs the isodata command for a Processing algorithm and relays what it says.
+"""Runs the isodata command for a Processing algorithm and relays what it says,
+and reads the command's option table.
 
 Plan: start the command with machine-readable progress on stderr and the JSON
 summary on stdout; read both pipes in helper threads so neither can fill up
@@ -7,6 +8,7 @@ feedback and poll for cancellation. Cancelling sends SIGTERM and waits: the
 command then removes its private run folder and leaves the user's files as
 they were.
 """
+import functools
 import json
 import queue
 import re
@@ -21,6 +23,23 @@ CANCEL_POLL = 0.2
 
 class CommandError(Exception):
     """The command refused its input or failed; the message is its own."""
+
+
+@functools.lru_cache(maxsize=None)
+def offered_options(program):
+    """The options the command at `program` offers to QGIS (those with a QGIS
+    parameter name), as its --options-json describes them, in its order.
+    Read once per program; raises CommandError when it cannot be read."""
+    try:
+        done = subprocess.run([program, '--options-json'], stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, timeout=60)
+        options = json.loads(done.stdout)['options'] if done.returncode == 0 else None
+    except (OSError, subprocess.SubprocessError, ValueError, KeyError) as error:
+        raise CommandError('{} --options-json: {}'.format(program, error))
+    if options is None:
+        raise CommandError('{} --options-json: {}'.format(
+            program, done.stderr.strip() or 'exit status {}'.format(done.returncode)))
+    return tuple(option for option in options if option.get('qgis_name'))
 
 
 def _read_lines(stream, lines):

@@ -9,11 +9,13 @@
 //   throw    throws from Execute
 //   crash    aborts (a signal sanitizers leave alone, unlike a segmentation fault)
 //   gdal     writes the result and returns true, but GDAL raised an error on the way
-//   hang     reports its first stage, then waits half a minute before succeeding
+//   hang     reports its first stage as the plug-in words it, then waits half a
+//            minute before succeeding
 // Every run first prints the record it was given, one "field=value" a line,
 // so a test can see what the CLI handed over.
 #include <ClassificationISO.h>
 #include <KalAlgo.h>
+#include <StageTexts.h>
 
 #include <cpl_string.h>
 #include <gdal_priv.h>
@@ -56,8 +58,7 @@ bool WriteResult(const std::string& path, bool complete) {
     const GDALColorEntry entries[] = {{0, 0, 0, 255}, {255, 0, 0, 255}, {0, 160, 0, 255}, {0, 0, 255, 255}};
     for (int i = 0; i < 4; ++i) colours.SetColorEntry(i, &entries[i]);
     band->SetColorTable(&colours);
-    CPLStringList names(CSLTokenizeString2("Unclassified,Class 1,Class 2,Class 3", ",", 0));
-    band->SetCategoryNames(names.List());
+    band->SetCategoryNames(CPLStringList(CSLTokenizeString2("Unclassified,Class 1,Class 2,Class 3", ",", 0)).List());
     return true;
 }
 
@@ -70,17 +71,12 @@ public:
         const std::string mode = setting ? setting : "";
         if (mode == "throw") throw std::runtime_error("fake engine exploded");
         if (mode == "crash") std::abort();
-        if (mode == "gdal") CPLError(CE_Failure, CPLE_FileIO, "fake read error in '%s'", record.inputPath.toUtf8().data());
+        if (mode == "gdal")
+            CPLError(CE_Failure, CPLE_FileIO, "fake read error in '%s'", record.inputPath.toUtf8().data());
         if (mode == "hang") {
-            m_sigProgress(0.0, QStringLiteral("Statistical classification"), this);
+            m_sigProgress(0.0, QString(isodata::kStatisticalClassification), this);
             std::this_thread::sleep_for(std::chrono::seconds(30));
         }
-        // Stage texts as the real plug-in words them, round prefixes and all.
-        const std::string round1 = "Select Initial Cluster Center1times iteration";
-        for (const std::string& stage : {std::string("Statistical classification"), round1 + "Split",
-                                         round1 + "2times iterationSplit", std::string("Generate result file")})
-            for (double percent : {0.0, 100.0}) m_sigProgress(percent, QString::fromStdString(stage), this);
-        m_sigProgress(100.0, QString(), this);
         if (mode == "claim") return true;
         const bool complete = mode != "fail";
         return WriteResult(record.resultPath.toStdString(), complete) && complete;

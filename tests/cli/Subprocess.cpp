@@ -23,14 +23,14 @@ std::string Contents(FILE* file) {
 }
 
 // Waits for the child, sending the interruption when its marker shows up.
-int Watch(pid_t pid, FILE* out, const Interruption& interruption) {
+int Watch(pid_t pid, FILE* out, const Interruption& interruption, bool& interrupted) {
     bool sent = interruption.signal == 0;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
     int status = 0;
     while (waitpid(pid, &status, sent ? 0 : WNOHANG) == 0) {
         if (Contents(out).find(interruption.marker) != std::string::npos) {
             kill(interruption.toGroup ? -pid : pid, interruption.signal);
-            sent = true;
+            sent = interrupted = true;
         } else if (std::chrono::steady_clock::now() > deadline) {
             kill(-pid, SIGKILL);
             sent = true;
@@ -60,8 +60,9 @@ ProcessResult RunProcess(const std::vector<std::string>& args, const std::vector
         _exit(127);
     }
     setpgid(pid, pid);  // also from here, so the group exists before any signal
-    const int status = pid > 0 ? Watch(pid, out, interruption) : -1;
-    ProcessResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents(out), Contents(err)};
+    bool interrupted = false;
+    const int status = pid > 0 ? Watch(pid, out, interruption, interrupted) : -1;
+    ProcessResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents(out), Contents(err), interrupted};
     std::fclose(out);
     std::fclose(err);
     return result;

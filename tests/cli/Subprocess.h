@@ -7,8 +7,13 @@
 
 namespace clitest {
 
-// exitCode is -1 when the program did not exit normally.
-struct ProcessResult { int exitCode = -1; std::string out, err; };
+// exitCode is -1 when the program did not exit normally; interrupted says
+// whether the interruption's marker showed up and its signal was sent.
+struct ProcessResult {
+    int exitCode = -1;
+    std::string out, err;
+    bool interrupted = false;
+};
 
 // A signal sent once stdout shows marker: to the whole process group, as a
 // terminal sends Ctrl-C, or to the process alone, as kill(1) does.

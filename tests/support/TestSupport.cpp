@@ -28,9 +28,9 @@ TempDir::~TempDir() {
     fs::remove_all(path_, ec);
 }
 
-std::vector<std::string> TempDir::List() const {
+std::vector<std::string> TempDir::List(const std::string& subfolder) const {
     std::vector<std::string> names;
-    for (const auto& e : fs::directory_iterator(path_)) names.push_back(e.path().filename().string());
+    for (const auto& e : fs::directory_iterator(File(subfolder))) names.push_back(e.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
 }

@@ -25,8 +25,8 @@ public:
     const std::string& Path() const { return path_; }
     std::string File(const std::string& name) const { return path_ + "/" + name; }
     QString QFile(const std::string& name) const { return QString::fromStdString(File(name)); }
-    // Names of the entries in the folder, sorted.
-    std::vector<std::string> List() const;
+    // Names of the entries in the folder (or its subfolder), sorted.
+    std::vector<std::string> List(const std::string& subfolder = ".") const;
 
 private:
     std::string path_;

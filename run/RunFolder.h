@@ -1,8 +1,8 @@
-// The private folder a run works in. It holds links to the input's files
-// (input/), the plug-in's working copy and scratch files (also input/, since
-// the plug-in puts them beside its input), the plug-in's own ENVI result when
-// another format was asked for (envi/), and the new result (result/,
-// preview/). Nothing of the user's is written until the result is published.
+// The private folder a run works in, and the one owner of its layout (the
+// Part list below): links to the input's files, the plug-in's working copy
+// and scratch files beside them, the plug-in's own ENVI result when another
+// format was asked for, and the new result and preview. Nothing of the
+// user's is written until the result is published.
 //
 // A run holds an exclusive lock on the folder's "lock" file for as long as
 // it lives, so a folder that nobody holds was left by a killed run.
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace isodata_cli {
+namespace isodata_run {
 
 class RunFolder {
 public:
@@ -24,13 +24,21 @@ public:
     RunFolder(const RunFolder&) = delete;
     RunFolder& operator=(const RunFolder&) = delete;
 
-    const std::string& Path() const { return path_; }
-    std::string InputDir() const { return path_ + "/input"; }
-    std::string ResultDir() const { return path_ + "/result"; }
-    std::string EnviDir() const { return path_ + "/envi"; }  // the plug-in's file, before a conversion
-    std::string PreviewDir() const { return path_ + "/preview"; }
+    // The folder's parts. The plug-in runs in Input and writes its working
+    // copy and scratch files beside its input there.
+    enum class Part {
+        Input,         // links to the input's files
+        Result,        // the result as it will be published
+        PluginResult,  // the plug-in's own ENVI result, before a conversion
+        Preview,       // the quick-look
+    };
 
-    // Makes the input readable from InputDir() under its own name, with every
+    const std::string& Path() const { return path_; }
+    std::string Dir(Part part) const;
+    // The path of a file called name in part, as seen from Dir(Part::Input).
+    static std::string FromInputDir(Part part, const std::string& name);
+
+    // Makes the input readable from Dir(Part::Input) under its own name, with every
     // side file GDAL reads for it beside it, and returns that name. Plain
     // files are linked (GDAL's .aux.xml copied, so that GDAL never writes
     // through a link into the user's file); a GDAL virtual path gets a VRT
@@ -48,4 +56,4 @@ private:
 // their paths. A folder still being set up by another run is left alone.
 std::vector<std::string> RemoveStaleRunFolders(const std::string& parent);
 
-} // namespace isodata_cli
+} // namespace isodata_run

@@ -27,10 +27,14 @@
 
 namespace fs = std::filesystem;
 
-namespace isodata_cli {
+namespace isodata_run {
 namespace {
 
 constexpr const char* kPrefix = ".isodata-run-";
+
+// The parts' names, in the order of RunFolder::Part.
+constexpr const char* kParts[] = {"input", "result", "envi", "preview"};
+const char* NameOf(RunFolder::Part part) { return kParts[static_cast<int>(part)]; }
 constexpr auto kSetUpGrace = std::chrono::minutes(1);
 
 std::string Errno(const std::string& what) { return what + ": " + std::strerror(errno); }
@@ -82,6 +86,12 @@ std::string WrapVirtualInput(const std::string& typed, const std::string& folder
 
 } // namespace
 
+std::string RunFolder::Dir(Part part) const { return path_ + "/" + NameOf(part); }
+
+std::string RunFolder::FromInputDir(Part part, const std::string& name) {
+    return part == Part::Input ? name : std::string("../") + NameOf(part) + "/" + name;
+}
+
 RunFolder::RunFolder(std::string path, int lockFd) : path_(std::move(path)), lockFd_(lockFd) {}
 
 RunFolder::~RunFolder() {
@@ -101,7 +111,7 @@ std::unique_ptr<RunFolder> RunFolder::Create(const std::string& parent, std::str
     const bool locked = fd >= 0 && flock(fd, LOCK_EX) == 0 && rename(fresh.c_str(), (path + "/lock").c_str()) == 0;
     std::error_code ec;
     bool made = locked;
-    for (const char* part : {"/input", "/envi", "/result", "/preview"}) made = made && fs::create_directory(path + part, ec);
+    for (const char* part : kParts) made = made && fs::create_directory(path + "/" + part, ec);
     if (!made) {
         error = Errno("cannot set up the run folder '" + path + "'");
         if (fd >= 0) close(fd);
@@ -113,12 +123,12 @@ std::unique_ptr<RunFolder> RunFolder::Create(const std::string& parent, std::str
 
 std::string RunFolder::PlaceInput(const std::string& input, const std::vector<std::string>& inputFiles,
                                   std::string& error) {
-    if (IsVirtualPath(input)) return WrapVirtualInput(input, InputDir(), error);
+    if (IsVirtualPath(input)) return WrapVirtualInput(input, Dir(Part::Input), error);
     std::set<std::string> placed;
     for (const std::string& file : inputFiles) {
         const std::string name = FileNameOf(file);
         if (!placed.insert(name).second) continue;
-        const std::string target = InputDir() + "/" + name;
+        const std::string target = Dir(Part::Input) + "/" + name;
         std::error_code ec;
         if (name.size() > 8 && name.compare(name.size() - 8, 8, ".aux.xml") == 0)
             fs::copy_file(file, target, ec);
@@ -146,4 +156,4 @@ std::vector<std::string> RemoveStaleRunFolders(const std::string& parent) {
     return removed;
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace isodata_cli {
+namespace isodata_run {
 
 struct Move {
     std::string from;  // a file of the run folder
@@ -21,4 +21,4 @@ struct Move {
 bool Publish(const std::vector<Move>& moves, const std::vector<std::string>& staleFiles, bool overwrite,
              std::string& error);
 
-} // namespace isodata_cli
+} // namespace isodata_run

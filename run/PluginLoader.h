@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-namespace isodata_cli {
+namespace isodata_run {
 
 // libisodata.so beside the running executable, or in the library folder of
 // the prefix it was installed into.
@@ -35,4 +35,4 @@ private:
     Factory factory_;
 };
 
-} // namespace isodata_cli
+} // namespace isodata_run

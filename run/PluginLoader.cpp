@@ -1,5 +1,5 @@
 // dlopen-based loading of the plug-in, with the library's own error text in
-// every failure so a wrong --plugin path is easy to tell from a broken build.
+// every failure so a wrong plug-in path is easy to tell from a broken build.
 #include "PluginLoader.h"
 
 #include <dlfcn.h>
@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <system_error>
 
-namespace isodata_cli {
+namespace isodata_run {
 
 std::string DefaultPluginPath() {
     std::error_code ec;
@@ -48,4 +48,4 @@ KalUtility::_ptr_t<KalAlgo::IKalAlgo> PluginLibrary::CreateAlgorithm() {
     return KalUtility::_ptr_t<KalAlgo::IKalAlgo>(factory_());
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

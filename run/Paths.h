@@ -1,11 +1,11 @@
-// Path helpers of the command: the files an ENVI result is made of, and
+// Path helpers of a run and of its checks: the files a result is made of, and
 // questions about paths that may not exist yet.
 #pragma once
 
 #include <string>
 #include <vector>
 
-namespace isodata_cli {
+namespace isodata_run {
 
 // The files of a result at outputPath as GDAL and the host name them: the
 // raster itself, the ENVI header (the file name's extension replaced by
@@ -34,4 +34,4 @@ bool IsVirtualPath(const std::string& path);
 // removing) one, since permission bits say nothing for root or read-only mounts.
 bool FolderIsWritable(const std::string& folder);
 
-} // namespace isodata_cli
+} // namespace isodata_run

@@ -5,15 +5,13 @@
 
 #include "Paths.h"
 
-#include <GdalSession.h>
+#include <FileNames.h>
+#include <KalDataSource.h>
 
 #include <cpl_string.h>
 #include <gdal_priv.h>
 
-#include <filesystem>
-#include <system_error>
-
-namespace isodata_cli {
+namespace isodata_run {
 namespace {
 
 constexpr const char* kPluginFormat = "ENVI";
@@ -34,25 +32,6 @@ const std::vector<FormatDefaults>& Defaults() {
 std::string Key(const std::string& option) { return option.substr(0, option.find('=')); }
 
 } // namespace
-
-std::string CheckFormat(const std::string& format, const std::vector<std::string>& creationOptions,
-                        std::string& shortName) {
-    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(format.c_str());
-    const bool writes = driver && driver->GetMetadataItem(GDAL_DCAP_RASTER) &&
-                        (driver->GetMetadataItem(GDAL_DCAP_CREATECOPY) || driver->GetMetadataItem(GDAL_DCAP_CREATE));
-    if (!writes) return "-of " + format + ": GDAL has no raster driver of that name that writes files";
-    shortName = driver->GetDescription();
-    for (const std::string& option : creationOptions)
-        if (option.find('=') == std::string::npos || option.front() == '=')
-            return "-co " + option + ": a creation option is NAME=VALUE";
-    CPLStringList list;
-    for (const std::string& option : creationOptions) list.AddString(option.c_str());
-    CPLErrorReset();
-    const isodata::QuietGdalErrors quiet;
-    if (!GDALValidateCreationOptions(driver, list.List()))
-        return std::string("-co: ") + CPLGetLastErrorMsg();
-    return {};
-}
 
 bool NeedsConversion(const std::string& format, const std::vector<std::string>& creationOptions) {
     return !EQUAL(format.c_str(), kPluginFormat) || !creationOptions.empty();
@@ -86,15 +65,12 @@ bool ConvertResult(const std::string& envi, const std::string& target, const std
         return false;
     }
     copy.reset();  // closing writes the file and its .aux.xml
-    const ResultFiles from = ResultFilesFor(envi), to = ResultFilesFor(target);
-    for (const auto& [side, copied] : {std::pair(from.rpcText, to.rpcText), std::pair(from.rpb, to.rpb)}) {
-        std::error_code ec;
-        if (Exists(side) && !std::filesystem::copy_file(side, copied, ec)) {
-            error = "cannot copy the RPC side file: " + ec.message();
-            return false;
-        }
-    }
-    return true;
+    const isodata::RpcSideFiles rpc = isodata::RpcSideFilePaths(envi);
+    if (!Exists(rpc.text) && !Exists(rpc.rpb)) return true;
+    if (KalDataSource::DatasetFactory::CopyRPCFile(QString::fromStdString(envi), QString::fromStdString(target)))
+        return true;
+    error = "cannot copy the RPC side file of the result to '" + FolderOf(target) + "'";
+    return false;
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

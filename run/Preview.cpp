@@ -13,7 +13,7 @@
 #include <system_error>
 #include <vector>
 
-namespace isodata_cli {
+namespace isodata_run {
 namespace {
 
 std::string LastGdalError() {
@@ -80,4 +80,4 @@ bool WritePreview(GDALDataset& source, const std::string& pngPath, const std::st
     return true;
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

@@ -5,7 +5,7 @@
 
 class GDALDataset;
 
-namespace isodata_cli {
+namespace isodata_run {
 
 constexpr int kPreviewMaxSide = 1024;
 
@@ -25,4 +25,4 @@ PreviewSize PreviewSizeFor(int width, int height, int maxSide = kPreviewMaxSide)
 bool WritePreview(GDALDataset& classes, const std::string& pngPath, const std::string& shownPath,
                   std::string& error, int maxSide = kPreviewMaxSide);
 
-} // namespace isodata_cli
+} // namespace isodata_run

@@ -3,23 +3,23 @@
 
 #include <sys/statvfs.h>
 
-#include <cstdio>
+#include <utility>
 
-namespace isodata_cli {
+namespace isodata_run {
 
-GdalErrorLog::GdalErrorLog(bool echo) : echo_(echo) { CPLPushErrorHandlerEx(Handle, this); }
+GdalErrorLog::GdalErrorLog(Echo echo) : echo_(std::move(echo)) { CPLPushErrorHandlerEx(Handle, this); }
 
 GdalErrorLog::~GdalErrorLog() { CPLPopErrorHandler(); }
 
 void CPL_STDCALL GdalErrorLog::Handle(CPLErr type, CPLErrorNum number, const char* message) {
     auto* log = static_cast<GdalErrorLog*>(CPLGetErrorHandlerUserData());
     if (log->echo_) {
-        if (type == CE_Debug) std::fprintf(stderr, "%s\n", message);
-        else std::fprintf(stderr, "%s %d: %s\n", type == CE_Warning ? "Warning" : "ERROR", number, message);
+        const std::string kind = type == CE_Debug ? "" : type == CE_Warning ? "Warning " : "ERROR ";
+        log->echo_(kind.empty() ? std::string(message) : kind + std::to_string(number) + ": " + message);
     }
     if (type < CE_Failure) return;
     constexpr size_t kKept = 64;
-    if (log->failures_++ == 0) log->first_ = message;
+    ++log->failures_;
     if (log->kept_.size() < kKept) log->kept_.emplace_back(message);
     constexpr unsigned long long kNearlyFull = 1 << 20;
     struct statvfs fs {};
@@ -29,12 +29,12 @@ void CPL_STDCALL GdalErrorLog::Handle(CPLErr type, CPLErrorNum number, const cha
 
 std::string GdalErrorLog::Describe(const std::string& name) const {
     if (failures_ == 0) return {};
-    if (failures_ == 1) return "GDAL: " + first_;
+    if (failures_ == 1) return "GDAL: " + kept_.front();
     const std::string count = std::to_string(failures_) + " GDAL errors, the first";
     for (const std::string& message : kept_)
         if (!name.empty() && message.find(name) != std::string::npos)
             return count + " about '" + name + "': " + message;
-    return count + ": " + first_;
+    return count + ": " + kept_.front();
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

@@ -23,7 +23,7 @@
 
 namespace fs = std::filesystem;
 
-namespace isodata_cli {
+namespace isodata_run {
 namespace {
 
 struct Staged {
@@ -118,4 +118,4 @@ bool Publish(const std::vector<Move>& moves, const std::vector<std::string>& sta
     return true;
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

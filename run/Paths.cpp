@@ -12,7 +12,7 @@
 
 namespace fs = std::filesystem;
 
-namespace isodata_cli {
+namespace isodata_run {
 
 ResultFiles ResultFilesFor(const std::string& outputPath, bool envi) {
     const isodata::RpcSideFiles rpc = isodata::RpcSideFilePaths(outputPath);
@@ -63,4 +63,4 @@ bool FolderIsWritable(const std::string& folder) {
     return true;
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

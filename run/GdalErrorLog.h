@@ -5,20 +5,24 @@
 
 #include <cpl_error.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
-namespace isodata_cli {
+namespace isodata_run {
 
 class GdalErrorLog {
 public:
-    // With echo, every message is also printed to stderr as GDAL would print it.
-    explicit GdalErrorLog(bool echo);
+    // Every message, worded as GDAL would print it, goes to echo when given.
+    using Echo = std::function<void(const std::string& line)>;
+    explicit GdalErrorLog(Echo echo);
     ~GdalErrorLog();
     GdalErrorLog(const GdalErrorLog&) = delete;
     GdalErrorLog& operator=(const GdalErrorLog&) = delete;
 
     int Failures() const { return failures_; }
+    // The first few failures, in the order they came.
+    const std::vector<std::string>& Kept() const { return kept_; }
     // "GDAL: <the failure>", or "<n> GDAL errors, the first: <it>"; empty if
     // none. Of several, the first that names `name` is shown if there is one:
     // a driver's own message usually says where, the library beneath it not.
@@ -31,11 +35,10 @@ public:
 private:
     static void CPL_STDCALL Handle(CPLErr type, CPLErrorNum number, const char* message);
 
-    bool echo_;
+    Echo echo_;
     bool fullDisk_ = false;
     int failures_ = 0;
-    std::string first_;
-    std::vector<std::string> kept_;  // the first few failures, for Describe
+    std::vector<std::string> kept_;
 };
 
-} // namespace isodata_cli
+} // namespace isodata_run

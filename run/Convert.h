@@ -6,13 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace isodata_cli {
-
-// The GDAL driver's short name as GDAL spells it, or a complaint naming the
-// format or creation option at fault. Checks that the driver writes rasters
-// by copy and accepts every -co.
-std::string CheckFormat(const std::string& format, const std::vector<std::string>& creationOptions,
-                        std::string& shortName);
+namespace isodata_run {
 
 // Whether the plug-in's ENVI file can be published as it is.
 bool NeedsConversion(const std::string& format, const std::vector<std::string>& creationOptions);
@@ -22,8 +16,9 @@ bool NeedsConversion(const std::string& format, const std::vector<std::string>& 
 // overviews for COG, since class numbers must never be averaged.
 std::vector<std::string> CreationOptionsFor(const std::string& format, const std::vector<std::string>& given);
 
-// Copies the ENVI raster envi to target in format, and its RPC side file.
+// Copies the ENVI raster envi to target in format, and its RPC side file
+// the way the host copies it from the input.
 bool ConvertResult(const std::string& envi, const std::string& target, const std::string& format,
                    const std::vector<std::string>& creationOptions, std::string& error);
 
-} // namespace isodata_cli
+} // namespace isodata_run

@@ -1,6 +1,6 @@
 // fork/waitpid supervision with async-signal-safe handlers: a handler only
 // records the signal and kills the child.
-#include "Supervisor.h"
+#include "ChildProcess.h"
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <iostream>
 
-namespace isodata_cli {
+namespace isodata_run {
 namespace {
 
 constexpr int kWatched[] = {SIGINT, SIGTERM, SIGHUP};
@@ -32,16 +32,20 @@ sigset_t WatchedSet() {
     return set;
 }
 
-[[noreturn]] void BecomeChild(pid_t parent, const sigset_t& mask, const std::function<int()>& body) {
+// The status of a child whose body returned; any other comes from outside
+// the run's own code, such as a sanitizer that caught a fault in the plug-in.
+constexpr int kFinished = 0;
+
+[[noreturn]] void BecomeChild(pid_t parent, const sigset_t& mask, const std::function<void()>& body) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) _exit(1);  // the parent is already gone
     for (int s : kWatched) signal(s, SIG_DFL);
     sigprocmask(SIG_SETMASK, &mask, nullptr);
-    const int code = body();
+    body();
     std::cout.flush();
     std::cerr.flush();
     std::fflush(nullptr);
-    _exit(code);  // nothing of the parent's state may be torn down twice
+    _exit(kFinished);  // nothing of the parent's state may be torn down twice
 }
 
 } // namespace
@@ -67,7 +71,7 @@ SignalsHeld::SignalsHeld() {
 
 SignalsHeld::~SignalsHeld() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
 
-ChildEnd RunInChild(const InterruptWatch& watch, const std::function<int()>& body) {
+ChildEnd RunInChild(const InterruptWatch& watch, const std::function<void()>& body) {
     ChildEnd end;
     std::cout.flush();
     std::cerr.flush();
@@ -78,6 +82,7 @@ ChildEnd RunInChild(const InterruptWatch& watch, const std::function<int()>& bod
     const pid_t parent = getpid();
     const pid_t child = watch.Received() ? -1 : fork();
     if (child == 0) BecomeChild(parent, mask, body);
+    const int forkError = errno;
     if (child > 0) g_child = child;
     sigprocmask(SIG_SETMASK, &mask, nullptr);  // a signal held back meanwhile lands now
     int status = 0;
@@ -88,15 +93,17 @@ ChildEnd RunInChild(const InterruptWatch& watch, const std::function<int()>& bod
         end.kind = ChildEnd::Kind::Interrupted;
         end.signal = watch.Received();
     } else if (child < 0) {
-        end.kind = ChildEnd::Kind::Crashed;  // fork failed: nothing ran
+        end.kind = ChildEnd::Kind::ForkFailed;
+        end.error = forkError;
     } else if (WIFSIGNALED(status)) {
         const int s = WTERMSIG(status);
         end.kind = (s == SIGINT || s == SIGTERM || s == SIGHUP) ? ChildEnd::Kind::Interrupted : ChildEnd::Kind::Crashed;
         end.signal = s;
-    } else {
-        end.code = WEXITSTATUS(status);
+    } else if (WEXITSTATUS(status) != kFinished) {
+        end.kind = ChildEnd::Kind::ExitedStrangely;
+        end.status = WEXITSTATUS(status);
     }
     return end;
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

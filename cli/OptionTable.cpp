@@ -1,0 +1,165 @@
+// The rows of the option table, and the defaults read from them.
+//
+// Defaults are chosen for an 8-bit multispectral scene such as a Landsat
+// subset: a handful of land-cover classes, spreads and distances in digital
+// numbers. The run starts from half the classes wanted because its
+// iterations stop as soon as the cluster count equals the target after an
+// odd-numbered round: starting at the target would leave a single round,
+// while starting below it lets the rounds split the spread-out clusters first.
+#include "OptionTable.h"
+
+namespace isodata_cli {
+namespace {
+
+// One row, written as a chain of what the option has.
+class Row {
+public:
+    Row(std::initializer_list<const char*> names, Field field, const char* value = "") {
+        for (const char* n : names) row_.names.emplace_back(n);
+        row_.field = field;
+        row_.value = value;
+    }
+    Row& Asks(ParseStatus status) { row_.asks = status; return *this; }
+    Row& Default(double number) { row_.number = number; return *this; }
+    Row& Default(const char* text) { row_.text = text; return *this; }
+    Row& ByDefault(const char* words) { row_.byDefault = words; return *this; }
+    Row& Range(double min, double max, const char* why) {
+        row_.max = max;
+        return AtLeast(min, why);
+    }
+    Row& AtLeast(double min, const char* why) {
+        row_.min = min;
+        row_.why = why;
+        return *this;
+    }
+    Row& OutOfRange(const char* phrase) { row_.outOfRange = phrase; return *this; }
+    Row& Expects(const char* what) { row_.expects = what; return *this; }
+    Row& Choice(const char* word, ProgressFormat value) { row_.choices.emplace_back(word, value); return *this; }
+    Row& Help(const char* text) { row_.help = text; return *this; }
+    Row& Json(const char* key) { row_.jsonKey = key; return *this; }
+    Row& Qgis(const char* name, const char* label) {
+        row_.qgisName = name;
+        row_.qgisLabel = label;
+        return *this;
+    }
+    Row& NewUsageLine() { row_.newUsageLine = true; return *this; }
+    operator OptionRow() const { return row_; }
+
+private:
+    OptionRow row_;
+};
+
+std::vector<OptionRow> Rows() {
+    using O = Options;
+    return {
+        Row({"--help", "-h"}, {}).Asks(ParseStatus::Help).Help("Show this text."),
+        Row({"--version"}, {}).Asks(ParseStatus::Version).Help("Show the version."),
+        Row({"--options-json"}, {}).Asks(ParseStatus::OptionsJson)
+            .Help("Print these options as JSON (names, types, defaults, ranges, help), for programs that "
+                  "offer them, such as the QGIS plug-in."),
+        Row({"-q", "-quiet"}, &O::quiet).Help("Print neither progress nor the summary."),
+        Row({"-overwrite"}, &O::overwrite).Json("overwrite")
+            .Help("Replace an existing output (and preview) once the new one is complete."),
+        Row({"-b"}, &O::bands, "<band>").Expects("a band number")
+            .AtLeast(1, "bands are numbered from 1").OutOfRange("is not a band")
+            .Help("Input bands to classify, 1-based, in the order given.").ByDefault("every band")
+            .Json("b").Qgis("BANDS", "Bands to classify"),
+        Row({"-classes"}, &O::classes, "<n>").NewUsageLine().Default(8)
+            .Range(1, 255, "between 1 and 255 classes fit a Byte class raster")
+            .Help("Number of classes wanted.").Json("classes").Qgis("CLASSES", "Number of classes"),
+        Row({"-initial"}, &O::initialClasses, "<n>").Default(4)
+            .Range(1, 255, "between 1 and 255 starting centres")
+            .Help("Cluster centres to start from. The iterations end early once the cluster count equals "
+                  "the classes wanted after an odd-numbered iteration, so starting below that number "
+                  "leaves room to split.")
+            .Json("initial").Qgis("INITIAL", "Initial cluster centres"),
+        Row({"-min-size"}, &O::minClassPixels, "<pixels>").Default(20)
+            .AtLeast(0, "a cluster cannot have fewer than 0 pixels")
+            .Help("Clusters with fewer pixels are dropped (0 keeps all). Counted on the working copy: the "
+                  "input at full size up to 100 pixels on its shorter side, half size up to 5000, quarter "
+                  "size beyond.")
+            .Json("min-size").Qgis("MIN_SIZE", "Minimum cluster size (pixels)"),
+        Row({"-merge-pairs"}, &O::maxMergePairs, "<n>").Default(2)
+            .AtLeast(0, "at least 0 pairs (0 merges nothing)")
+            .Help("Most cluster pairs merged in one merge step.")
+            .Json("merge-pairs").Qgis("MERGE_PAIRS", "Cluster pairs merged per step"),
+        Row({"-iter"}, &O::maxIterations, "<n>").NewUsageLine().Default(10)
+            .AtLeast(1, "at least 1 iteration (0 would run until the class count reaches -classes, "
+                        "which may never happen)")
+            .Help("Iterations to run.").Json("iter").Qgis("ITERATIONS", "Iterations"),
+        Row({"-std"}, &O::stdDevThreshold, "<value>").Default(10)
+            .AtLeast(0, "a standard deviation is never negative")
+            .Help("A cluster whose largest band standard deviation exceeds this may be split.")
+            .Json("std").Qgis("STD", "Split threshold (standard deviation)"),
+        Row({"-merge-dist"}, &O::mergeDistance, "<value>").Default(20)
+            .AtLeast(0, "a distance is never negative")
+            .Help("Cluster centres closer than this (Euclidean distance, in pixel values) may be merged.")
+            .Json("merge-dist").Qgis("MERGE_DIST", "Merge distance"),
+        Row({"-of"}, &O::format, "<format>").NewUsageLine().Default("ENVI").Expects("a GDAL format name")
+            .Help("GDAL format of the output: ENVI, GTiff, COG or any GDAL raster driver that writes files. "
+                  "GTiff and COG are compressed losslessly (DEFLATE) unless -co says otherwise; class names "
+                  "go where the format keeps them (for GeoTIFF, the .aux.xml beside it).")
+            .Json("of"),
+        Row({"-co"}, &O::creationOptions, "<NAME=VALUE>").Expects("NAME=VALUE")
+            .Help("Creation option of that format; repeat for several.").Json("co"),
+        Row({"-preview"}, &O::previewPath, "<png>").Expects("a file name")
+            .Help("Also write a quick-look PNG of the classes in their colours, at most 1024 pixels on its "
+                  "longer side.")
+            .Json("preview"),
+        Row({"-json"}, &O::json)
+            .Help("Print the summary as one JSON object on stdout (also with -q); progress then goes to "
+                  "stderr."),
+        Row({"-progress-format"}, &O::progress, "bar|lines|machine").NewUsageLine()
+            .Choice("bar", ProgressFormat::Bar).Choice("lines", ProgressFormat::Lines)
+            .Choice("machine", ProgressFormat::Machine)
+            .Help("bar (GDAL's 0...10...100 per stage; the default on a terminal), lines (a line per stage; "
+                  "the default otherwise) or machine (\"progress <overall %> <stage>\" lines on stderr, for "
+                  "programs that run isodata)."),
+        Row({"--tmpdir"}, &O::tmpDir, "<folder>").Expects("a folder")
+            .Help("Where the run folder goes.").ByDefault("beside the output"),
+        Row({"--debug"}, &O::debug).NewUsageLine()
+            .Help("Show GDAL's messages as they come (as CPL_DEBUG=ON does)."),
+        Row({"--plugin"}, &O::pluginPath, "<library>").Expects("a file name")
+            .Help("Classification plug-in to load.").ByDefault("libisodata.so beside this program"),
+    };
+}
+
+} // namespace
+
+const std::vector<OptionRow>& OptionTable() {
+    static const std::vector<OptionRow> table = Rows();
+    return table;
+}
+
+namespace {
+
+template <class T>
+bool Holds(const Field& field) {
+    return std::holds_alternative<T Options::*>(field);
+}
+
+} // namespace
+
+bool OptionRow::TakesValue() const { return !std::holds_alternative<std::monostate>(field) && !Holds<bool>(field); }
+
+bool OptionRow::Repeatable() const { return Holds<std::vector<int>>(field) || Holds<std::vector<std::string>>(field); }
+
+std::string OptionRow::TypeName() const {
+    if (Holds<int>(field) || Holds<std::vector<int>>(field)) return "int";
+    if (Holds<double>(field)) return "real";
+    if (Holds<std::string>(field) || Holds<std::vector<std::string>>(field)) return "text";
+    if (Holds<ProgressFormat>(field)) return "choice";
+    return "flag";
+}
+
+Options DefaultOptions() {
+    Options o;
+    for (const OptionRow& row : OptionTable()) {
+        if (auto f = std::get_if<int Options::*>(&row.field)) o.**f = static_cast<int>(row.number);
+        if (auto f = std::get_if<double Options::*>(&row.field)) o.**f = row.number;
+        if (auto f = std::get_if<std::string Options::*>(&row.field)) o.**f = row.text;
+    }
+    return o;
+}
+
+} // namespace isodata_cli

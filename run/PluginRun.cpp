@@ -1,0 +1,74 @@
+// Drives the plug-in. It tells a host nothing but true or false, so what is
+// known of a failure is what the host can see for itself: an exception, or
+// the plug-in's error number and text.
+#include "PluginRun.h"
+
+#include <boost/any.hpp>
+#include <boost/signals2/connection.hpp>
+
+#include <chrono>
+#include <exception>
+
+namespace isodata_run {
+
+stInfoClassificationISO BuildRecord(const RunRequest& request, const std::string& inputPath,
+                                    const std::string& resultPath) {
+    const ClassificationValues& c = request.classification;
+    stInfoClassificationISO record;
+    record.inputPath = QString::fromStdString(inputPath);
+    record.resultPath = QString::fromStdString(resultPath);
+    record.desiredClassCount = c.classes;
+    record.initialClassCount = c.initialClasses;
+    record.minClassPixels = c.minClassPixels;
+    record.maxMergePairs = c.maxMergePairs;
+    record.maxIterations = c.maxIterations;
+    record.stdDevThreshold = c.stdDevThreshold;
+    record.mergeDistanceThreshold = c.mergeDistance;
+    record.bandIndices.assign(c.bandIndices.begin(), c.bandIndices.end());
+    return record;
+}
+
+std::string PluginRun::Describe() const {
+    switch (outcome) {
+    case PluginOutcome::Ok: return {};
+    case PluginOutcome::NoAlgorithm: return "the plug-in gave no algorithm object";
+    case PluginOutcome::Threw: return "classification failed: " + errorText;
+    case PluginOutcome::Failed: break;
+    }
+    if (!SaidWhy()) return "classification failed";
+    return "classification failed: " + errorText + " (plug-in error " + std::to_string(errorNumber) + ")";
+}
+
+PluginRun RunPlugin(PluginLibrary& plugin, const stInfoClassificationISO& record, RunListener& listener) {
+    PluginRun run;
+    KalUtility::_ptr_t<KalAlgo::IKalAlgo> algorithm = plugin.CreateAlgorithm();
+    if (!algorithm) {
+        run.outcome = PluginOutcome::NoAlgorithm;
+        return run;
+    }
+    const boost::signals2::scoped_connection connection(algorithm->m_sigProgress.connect(
+        [&listener](double percent, const QString& text, void*) {
+            listener.Progress(percent, text.toStdString());
+            return 1;
+        }));
+
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        boost::any params = record;
+        algorithm->SetParams(params);
+        run.outcome = algorithm->Execute() ? PluginOutcome::Ok : PluginOutcome::Failed;
+        if (run.outcome == PluginOutcome::Failed) {
+            QString text;
+            algorithm->GetErrorInfo(run.errorNumber, text);
+            run.errorText = text.toStdString();
+        }
+    } catch (const std::exception& e) {
+        run.outcome = PluginOutcome::Threw;
+        run.errorText = e.what();
+    }
+    run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    listener.PluginReturned();
+    return run;
+}
+
+} // namespace isodata_run

@@ -1,0 +1,17 @@
+// The classes of a written class raster, counted from its pixels rather
+// than taken from the plug-in, which reports no figures.
+#pragma once
+
+#include "RunReport.h"
+
+#include <string>
+
+class GDALDataset;
+
+namespace isodata_run {
+
+// Counts band 1 of an open class raster, with its category names and
+// colours. False with error set when it cannot be read.
+bool CountClasses(GDALDataset& result, ResultSummary& summary, std::string& error);
+
+} // namespace isodata_run

@@ -1,0 +1,61 @@
+// What one run returns to its host: how it ended, why when it failed, the
+// classes counted from the written raster, GDAL's errors and the files put
+// in place. The run prints nothing; the host decides what to show.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace isodata_run {
+
+enum class RunOutcome {
+    Ok,                    // the result (and preview) are in place
+    PreviewFailed,         // the result is in place, the preview could not be made
+    PluginNotLoaded,       // the library did not open or is no classification plug-in
+    SetupFailed,           // the run folder could not be made or the input not placed in it
+    ForkFailed,            // no child process could be started; error holds errno
+    Crashed,               // the child died of signal
+    ExitedStrangely,       // the child exited with status of its own (a sanitizer's, say)
+    ClassificationFailed,  // the plug-in, GDAL, the conversion or the read-back failed
+    PublishFailed,         // the result could not be moved into place; nothing was changed
+    Interrupted,           // SIGINT, SIGTERM or SIGHUP (signal) ended the run; nothing was changed
+};
+
+struct ClassCount {
+    int value = 0;     // pixel value of the class, 1..255
+    std::string name;  // from the raster's category names; empty when unnamed
+    std::int64_t pixels = 0;
+    bool hasColour = false;
+    int red = 0, green = 0, blue = 0;
+};
+
+struct ResultSummary {
+    int width = 0;
+    int height = 0;
+    std::int64_t unclassified = 0;  // pixels of value 0
+    // Every value that has pixels or a category name, in ascending order.
+    std::vector<ClassCount> classes;
+
+    int ClassesFound() const;  // classes with at least one pixel
+};
+
+struct RunReport {
+    RunOutcome outcome = RunOutcome::ClassificationFailed;
+    // For every outcome but Ok, one sentence naming the file or value at
+    // fault: the text a host shows after its own prefix.
+    std::string message;
+    int signal = 0;  // Crashed, Interrupted
+    int error = 0;   // ForkFailed: errno
+    int status = 0;  // ExitedStrangely
+    // Interrupted while the plug-in ran, so a progress line may be left open.
+    bool interruptedInChild = false;
+
+    ResultSummary summary;  // Ok and PreviewFailed
+    double seconds = 0.0;   // time spent in the plug-in
+    int gdalFailures = 0;                 // GDAL errors of class Failure or worse during the run
+    std::vector<std::string> gdalErrors;  // the first few of them
+    std::vector<std::string> filesWritten;  // final paths, result files first
+};
+
+} // namespace isodata_run

@@ -1,0 +1,67 @@
+// What a host asks of one run, once it has checked it: the files, the
+// values the plug-in's record takes, the output's format, and the listener
+// that hears of the run while it goes on.
+//
+// Settings are grouped by who reads them: the classification values reach
+// the plug-in only through BuildRecord (PluginRun.cpp), the output settings
+// only the conversion, the preview and the publish step. A new setting for
+// the plug-in is a member of its own here, filled by the host's checks and
+// read in BuildRecord; no layer in between changes.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace isodata_run {
+
+// The plug-in's parameters as the host checked them. No defaults here: the
+// host that offers the values owns them.
+struct ClassificationValues {
+    int classes = 0;              // classes wanted, 1..255
+    int initialClasses = 0;       // cluster centres to start from, 1..255
+    int minClassPixels = 0;       // smaller clusters are dropped
+    int maxMergePairs = 0;        // most cluster pairs merged in one step
+    int maxIterations = 0;        // rounds, at least 1
+    double stdDevThreshold = 0;   // split above this largest band standard deviation
+    double mergeDistance = 0;     // merge centres closer than this
+    std::vector<int> bandIndices; // 0-based input bands, in order
+};
+
+// Where the result goes and in what shape.
+struct OutputSettings {
+    std::string path;                          // the class raster to publish
+    std::string format = "ENVI";               // GDAL's short name of the driver
+    std::vector<std::string> creationOptions;  // NAME=VALUE for that driver
+    std::string previewPath;                   // a PNG quick-look; empty for none
+    bool overwrite = false;                    // replace existing files once the new ones are complete
+};
+
+struct RunRequest {
+    std::string input;                    // as the person named it; GDAL virtual paths allowed
+    std::vector<std::string> inputFiles;  // every file GDAL reads for the input
+    OutputSettings output;
+    ClassificationValues classification;
+    std::string tmpDir;      // where the run folder goes; empty: beside the output
+    std::string pluginPath;  // empty: DefaultPluginPath()
+    bool gdalDebug = false;  // echo GDAL's messages as they come, as CPL_DEBUG=ON
+};
+
+// Hears of a run as it goes on; by itself it ignores everything. Progress
+// comes from the child process that runs the plug-in, so an implementation
+// may only write to streams or files the parent shares, never to the
+// parent's memory.
+class RunListener {
+public:
+    virtual ~RunListener() = default;
+    // Before the run: the folder of an earlier, killed run was removed.
+    virtual void RemovedStaleFolder(const std::string& /*path*/) {}
+    // In the child: percent 0..100 of the stage the plug-in names.
+    virtual void Progress(double /*percent*/, const std::string& /*stage*/) {}
+    // In the child: the plug-in returned; no more progress follows.
+    virtual void PluginReturned() {}
+    // In the child, with gdalDebug or CPL_DEBUG on: one of GDAL's messages as
+    // GDAL would print it.
+    virtual void GdalMessage(const std::string& /*line*/) {}
+};
+
+} // namespace isodata_run
