@@ -52,6 +52,7 @@ int ExitCodeOf(const RunReport& report) {
     switch (report.outcome) {
     case RunOutcome::Ok: return static_cast<int>(ExitCode::Ok);
     case RunOutcome::PreviewFailed: return static_cast<int>(ExitCode::PreviewFailed);
+    case RunOutcome::NothingValid: return static_cast<int>(ExitCode::BadRequest);
     case RunOutcome::Interrupted: return 128 + report.signal;
     default: return static_cast<int>(ExitCode::ClassificationFailed);
     }
@@ -77,6 +78,10 @@ int RunCommand(const Options& options, std::ostream& out, std::ostream& err, boo
     const bool published = report.outcome == RunOutcome::Ok || report.outcome == RunOutcome::PreviewFailed;
     if (published && (!o.quiet || o.json))
         out << (o.json ? FormatJson(report, o) : FormatSummary(report, o)) << std::flush;
+    if (published) {
+        for (const std::string& warning : Warnings(report)) err << "isodata: warning: " << warning << "\n";
+        err << std::flush;
+    }
     if (report.outcome != RunOutcome::Ok) err << "isodata: " << report.message << "\n" << std::flush;
     return code;
 }

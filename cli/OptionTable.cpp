@@ -37,9 +37,10 @@ public:
     Row& Choice(const char* word, ProgressFormat value) { row_.choices.emplace_back(word, value); return *this; }
     Row& Help(const char* text) { row_.help = text; return *this; }
     Row& Json(const char* key) { row_.jsonKey = key; return *this; }
-    Row& Qgis(const char* name, const char* label) {
+    Row& Qgis(const char* name, const char* label, const char* kind = "") {
         row_.qgisName = name;
         row_.qgisLabel = label;
+        row_.qgisKind = kind;
         return *this;
     }
     Row& NewUsageLine() { row_.newUsageLine = true; return *this; }
@@ -95,6 +96,35 @@ std::vector<OptionRow> Rows() {
             .AtLeast(0, "a distance is never negative")
             .Help("Cluster centres closer than this (Euclidean distance, in pixel values) may be merged.")
             .Json("merge-dist").Qgis("MERGE_DIST", "Merge distance"),
+        Row({"-srcnodata"}, &O::srcNodata, "<value>|None").NewUsageLine()
+            .Expects("a number, several in quotes, or None")
+            .Help("Nodata value of the input's bands, replacing the one they declare: one value, or one a "
+                  "band (\"0 0 255\"). None ignores declared nodata values, NaN and infinities too. Pixels "
+                  "left out join no class and stay 0.")
+            .ByDefault("the values the bands declare; NaN and infinities are left out as well")
+            .Json("srcnodata").Qgis("SRCNODATA", "Nodata value(s), or None", "text"),
+        Row({"-mask"}, &O::mask, "<raster>|none").Expects("a raster or none")
+            .Help("A mask raster of the input's size, non-zero where pixels are valid; or none, which "
+                  "ignores the input's own mask and alpha bands.")
+            .ByDefault("the input's mask or alpha band, if it has one")
+            .Json("mask").Qgis("MASK", "Mask raster (non-zero = valid)", "raster_or_none"),
+        Row({"-model-out"}, &O::modelOut, "<file.json>").Expects("a file name")
+            .Help("Also write the classes found as a model file (JSON: centres, colours, statistics), to "
+                  "label other rasters with -apply.")
+            .Json("model-out").Qgis("MODEL_OUT", "Class model file", "file_out"),
+        Row({"-apply"}, &O::apply, "<model.json>").Expects("a model file")
+            .Help("Label the input with the classes of a model file instead of finding classes: the same "
+                  "labelling as the run that wrote it, in one pass. The bands and the nodata and mask rule "
+                  "come from the model (-srcnodata and -mask still override the rule).")
+            .Json("apply"),
+        Row({"-threads"}, &O::threads, "<n>|ALL_CPUS").Default("ALL_CPUS").Expects("a count or ALL_CPUS")
+            .Help("Threads the passes over the pixels share out to; the result is the same for every count.")
+            .Json("threads"),
+        Row({"-mem"}, &O::memory, "<MB>").Expects("a number of megabytes")
+            .Help("Megabytes the working copy may take in memory instead of a file in the run folder "
+                  "(0 keeps it on disk). The run needs about 60 MB beside it.")
+            .ByDefault("a quarter of the physical memory")
+            .Json("mem"),
         Row({"-of"}, &O::format, "<format>").NewUsageLine().Default("ENVI").Expects("a GDAL format name")
             .Help("GDAL format of the output: ENVI, GTiff, COG or any GDAL raster driver that writes files. "
                   "GTiff and COG are compressed losslessly (DEFLATE) unless -co says otherwise; class names "

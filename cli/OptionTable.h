@@ -42,6 +42,10 @@ struct OptionRow {
     std::string jsonKey;    // key in the -json summary's "parameters"; empty: not there
     std::string qgisName;   // the QGIS parameter; empty: not offered there
     std::string qgisLabel;
+    // How QGIS offers a text option: "text" (a string, empty for none),
+    // "raster_or_none" (a raster layer, and a box for the word none) or
+    // "file_out" (a file to write). Numbers and band lists need no word.
+    std::string qgisKind;
     bool newUsageLine = false;  // starts a new line of the usage synopsis
 
     const std::string& Shown() const { return names.front(); }

@@ -100,7 +100,8 @@ QJsonObject SpecJson(const OptionRow& row, const Options& defaults) {
                      {"help", QString::fromStdString(row.help)},
                      {"json_key", TextOrNull(row.jsonKey)},
                      {"qgis_name", TextOrNull(row.qgisName)},
-                     {"qgis_label", TextOrNull(row.qgisLabel)}};
+                     {"qgis_label", TextOrNull(row.qgisLabel)},
+                     {"qgis_kind", TextOrNull(row.qgisKind)}};
     if (!choices.isEmpty()) json["choices"] = choices;
     return json;
 }

@@ -25,6 +25,12 @@ struct Options {
     int maxIterations = 0;
     double stdDevThreshold = 0.0;
     double mergeDistance = 0.0;
+    std::string srcNodata;  // "": the input's own; "None"; or values
+    std::string mask;       // "": the input's masks; "none"; or a mask raster
+    std::string modelOut;   // the model file to write; empty: none
+    std::string apply;      // a model file to label with instead of clustering
+    std::string threads;    // a count or ALL_CPUS
+    std::string memory;     // megabytes the working copy may take in memory; empty: the default
     std::string previewPath;  // empty: no preview
     std::string pluginPath;   // empty: the plug-in beside the executable
     std::string tmpDir;       // empty: the run folder goes beside the output

@@ -7,6 +7,7 @@
 #include <RunReport.h>
 
 #include <string>
+#include <vector>
 
 namespace isodata_cli {
 
@@ -14,5 +15,9 @@ namespace isodata_cli {
 // format as GDAL spells it).
 std::string FormatSummary(const isodata_run::RunReport& report, const Options& checked);
 std::string FormatJson(const isodata_run::RunReport& report, const Options& checked);
+
+// What the person should know of a published result that is not a failure:
+// valid pixels left unclassified for a reason they can act on.
+std::vector<std::string> Warnings(const isodata_run::RunReport& report);
 
 } // namespace isodata_cli

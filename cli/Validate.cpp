@@ -20,6 +20,8 @@
 #include <cpl_string.h>
 #include <gdal_priv.h>
 
+#include <QJsonDocument>
+
 #include <filesystem>
 #include <sstream>
 #include <system_error>
@@ -72,11 +74,6 @@ std::string CheckFormat(const std::string& format, const std::vector<std::string
     return {};
 }
 
-struct InputInfo {
-    int bandCount = 0;
-    std::vector<std::string> files;  // every file GDAL reads for the input
-};
-
 std::string OpenInput(const std::string& path, InputInfo& info) {
     if (!IsVirtualPath(path) && !Exists(path)) return "input " + Quote(path) + " does not exist";
     CPLErrorReset();
@@ -92,6 +89,10 @@ std::string OpenInput(const std::string& path, InputInfo& info) {
         return message;
     }
     info.bandCount = ds->GetRasterCount();
+    info.width = ds->GetRasterXSize();
+    info.height = ds->GetRasterYSize();
+    for (int b = 1; b <= info.bandCount; ++b)
+        info.bandTypes.emplace_back(GDALGetDataTypeName(ds->GetRasterBand(b)->GetRasterDataType()));
     const CPLStringList files(ds->GetFileList());
     for (int i = 0; i < files.size(); ++i) info.files.emplace_back(files[i]);
     if (info.bandCount < 1) return "input " + Quote(path) + " has no raster band";
@@ -175,6 +176,17 @@ std::string CheckPreview(const Options& o, const InputInfo& input, const std::st
     return CheckNewFile("preview", o.previewPath, o.previewPath, o, input);
 }
 
+std::string CheckModelOut(const Options& o, const InputInfo& input, const std::string& format) {
+    if (o.modelOut.empty()) return {};
+    if (std::string problem = CheckFolder("model", o.modelOut); !problem.empty()) return problem;
+    for (const std::string& file : ResultFilesFor(o.output, format == "ENVI").All())
+        if (SamePath(o.modelOut, file))
+            return "model " + Quote(o.modelOut) + " would overwrite " + Quote(file) + ", part of the output";
+    if (!o.previewPath.empty() && SamePath(o.modelOut, o.previewPath))
+        return "model " + Quote(o.modelOut) + " is the preview's name too";
+    return CheckNewFile("model", o.modelOut, o.modelOut, o, input);
+}
+
 std::string CheckTmpDir(const Options& o) {
     if (o.tmpDir.empty()) return {};
     std::error_code ec;
@@ -205,12 +217,23 @@ Validation ValidateRequest(const Options& options) {
     std::string problem = CheckRanges(o);
     if (problem.empty()) problem = CheckFormat(options.format, o.creationOptions, o.format);
     if (problem.empty()) problem = OpenInput(o.input, input);
+    RunRequest& request = v.request;
+    if (problem.empty()) problem = CheckApply(o, input, request);
     if (problem.empty()) problem = CheckBands(o, input);
+    if (problem.empty()) problem = CheckMask(o, input, request.mask);
     if (problem.empty()) problem = CheckOutput(o, input, o.format);
     if (problem.empty()) problem = CheckPreview(o, input, o.format);
+    if (problem.empty()) problem = CheckModelOut(o, input, o.format);
     if (problem.empty()) problem = CheckTmpDir(o);
+    if (problem.empty()) problem = CheckResources(o, request);
     v.problem = problem;
-    if (problem.empty()) v.request = RequestFor(o, input.files);
+    if (!problem.empty()) return v;
+    const RunRequest settings = request;  // what the checks above filled in
+    request = RequestFor(o, input.files);
+    request.mask = settings.mask;
+    request.model.applyCentres = settings.model.applyCentres;
+    request.threads = settings.threads;
+    request.memoryBytes = settings.memoryBytes;
     return v;
 }
 
@@ -222,6 +245,8 @@ RunRequest RequestFor(const Options& o, const std::vector<std::string>& inputFil
     r.classification = {o.classes,        o.initialClasses,  o.minClassPixels, o.maxMergePairs,
                         o.maxIterations,  o.stdDevThreshold, o.mergeDistance,  {}};
     for (int band : o.bands) r.classification.bandIndices.push_back(band - 1);
+    r.model.outPath = o.modelOut;
+    r.model.parametersJson = QJsonDocument(ParametersJson(o)).toJson(QJsonDocument::Compact).toStdString();
     r.tmpDir = o.tmpDir;
     r.pluginPath = o.pluginPath;
     r.gdalDebug = o.debug;

@@ -28,7 +28,23 @@ std::string CheckRanges(const Options& options);
 // nothing but short-lived probe files to test that folders are writable.
 Validation ValidateRequest(const Options& options);
 
+// What the checks learn of the input.
+struct InputInfo {
+    int bandCount = 0, width = 0, height = 0;
+    std::vector<std::string> files;      // every file GDAL reads for the input
+    std::vector<std::string> bandTypes;  // GDAL's name of each band's type
+};
+
 // The request for checked options and the files GDAL reads for the input.
 isodata_run::RunRequest RequestFor(const Options& checked, const std::vector<std::string>& inputFiles);
+
+// The settings beyond the record (RunSettings.cpp), each filling its part of
+// request and returning the first problem, or nothing.
+// -apply: the model's bands (o.bands) and classes, and its mask rule.
+std::string CheckApply(Options& o, const InputInfo& input, isodata_run::RunRequest& request);
+// -srcnodata and -mask, over the rule a model brought, if any.
+std::string CheckMask(const Options& o, const InputInfo& input, isodata_run::MaskSettings& mask);
+// -threads and -mem.
+std::string CheckResources(const Options& o, isodata_run::RunRequest& request);
 
 } // namespace isodata_cli

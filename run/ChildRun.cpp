@@ -6,12 +6,16 @@
 //  2. The run failed if Execute said so, if GDAL raised an error of class
 //     Failure or worse (a read or write the plug-in does not check), or if
 //     no result appeared.
-//  3. Convert to the asked-for format, then open the result once: count its
-//     classes and draw the preview from the same dataset.
+//  3. A run that left no valid pixel, classified none of them, or found no
+//     class, failed too, with its likely cause named.
+//  4. Convert to the asked-for format, then open the result once: count its
+//     classes and draw the preview from the same dataset; write the model.
 #include "ChildRun.h"
 
 #include "Convert.h"
+#include "Figures.h"
 #include "GdalErrorLog.h"
+#include "Model.h"
 #include "Paths.h"
 #include "PluginRun.h"
 #include "Preview.h"
@@ -32,6 +36,7 @@ namespace isodata_run {
 namespace {
 
 constexpr size_t kMessageBytes = 16 << 10;
+constexpr size_t kFigureBytes = 4 << 20;  // 255 classes of dozens of bands, as JSON
 constexpr size_t kGdalErrorBytes = 16 << 10;
 // Category names are the plug-in's "class<n>"; a longer one is cut here.
 constexpr size_t kNameBytes = 256;
@@ -61,6 +66,7 @@ struct ChildChannel::Shared {
     SharedClass classes[kMaxClasses];
     int gdalFailures, gdalKept;
     char gdalErrors[kGdalErrorBytes];  // the kept messages, each ending in a NUL
+    char figures[kFigureBytes];        // RunFigures as FiguresJson writes them
 };
 
 ChildChannel::ChildChannel() {
@@ -103,7 +109,12 @@ void ChildChannel::SetGdalErrors(int failures, const std::vector<std::string>& f
     }
 }
 
+void ChildChannel::SetFigures(const RunFigures& figures) {
+    Store(shared_->figures, kFigureBytes, FiguresJson(figures));
+}
+
 void ChildChannel::CopyTo(RunReport& report) const {
+    report.figures = FiguresFromJson(shared_->figures);
     report.outcome = shared_->outcome;
     report.message = shared_->message;
     report.seconds = shared_->seconds;
@@ -138,6 +149,7 @@ void Classify(const ChildTask& task, RunListener& listener, const GdalErrorLog& 
     const auto Fail = [&channel](const std::string& message) {
         channel.SetOutcome(RunOutcome::ClassificationFailed, message);
     };
+    const RunRequest& request = task.request;
     using Part = RunFolder::Part;
     const OutputSettings& out = task.request.output;
     const std::string result = RunFolder::FromInputDir(Part::Result, FileNameOf(out.path));
@@ -146,8 +158,10 @@ void Classify(const ChildTask& task, RunListener& listener, const GdalErrorLog& 
         convert ? RunFolder::FromInputDir(Part::PluginResult, FileNameOf(out.path)) : result;
     const std::string place = FolderOf(task.folder.Path());
 
-    const PluginRun run =
-        RunPlugin(task.plugin, BuildRecord(task.request, task.inputName, pluginResult), listener);
+    const PluginRun run = RunPlugin(task.plugin, BuildRecord(request, task.inputName, pluginResult),
+                                    BuildOptions(request), listener);
+    if (run.report.resultCode == kNoValidPixel)
+        return channel.SetOutcome(RunOutcome::NothingValid, NothingValidMessage(request));
     const std::string space = errors.SawFullDisk() ? SpaceHint(place) : std::string();
     if (std::string failure = FailureOf(run, errors, task.inputName); !failure.empty()) return Fail(failure + space);
     if (!Exists(pluginResult))
@@ -166,7 +180,14 @@ void Classify(const ChildTask& task, RunListener& listener, const GdalErrorLog& 
                      previewError);
     ResultSummary summary;
     if (!CountClasses(*classes, summary, error)) return Fail("classification failed: " + error);
+    const RunFigures figures = FiguresOf(run.report, request, task.inputName);
+    if (std::string empty = EmptyResult(summary, figures); !empty.empty()) return Fail(empty);
+    if (!request.model.outPath.empty() &&
+        !WriteModel(RunFolder::FromInputDir(Part::Model, FileNameOf(request.model.outPath)),
+                    ModelOf(request, task.inputName, run.report, summary, figures), error))
+        return Fail(error + (errors.SawFullDisk() ? SpaceHint(place) : std::string()));
     channel.SetSummary(summary, run.seconds);
+    channel.SetFigures(figures);
     channel.SetOutcome(previewOk ? RunOutcome::Ok : RunOutcome::PreviewFailed, previewError);
 }
 

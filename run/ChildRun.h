@@ -27,6 +27,7 @@ public:
     void SetOutcome(RunOutcome outcome, const std::string& message = std::string());
     void SetSummary(const ResultSummary& summary, double seconds);
     void SetGdalErrors(int failures, const std::vector<std::string>& first);
+    void SetFigures(const RunFigures& figures);
     // Copies everything set into report.
     void CopyTo(RunReport& report) const;
 
@@ -43,9 +44,9 @@ struct ChildTask {
     std::string inputName;  // the input's name inside the folder's Input part
 };
 
-// Runs in the child. Ok: the result (and preview) wait in the run folder.
-// PreviewFailed: the result waits, the preview could not be made.
-// ClassificationFailed: nothing to publish.
+// Runs in the child. Ok: the result (and preview, and model) wait in the run
+// folder. PreviewFailed: the result waits, the preview could not be made.
+// NothingValid, ClassificationFailed: nothing to publish.
 void ClassifyInRunFolder(const ChildTask& task, RunListener& listener, ChildChannel& channel);
 
 } // namespace isodata_run

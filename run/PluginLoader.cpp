@@ -20,7 +20,7 @@ std::string DefaultPluginPath() {
     return (self.parent_path() / name).string();
 }
 
-PluginLibrary::PluginLibrary(void* handle, Factory factory) : handle_(handle), factory_(factory) {}
+PluginLibrary::PluginLibrary(void* handle, Factory runFactory) : handle_(handle), runFactory_(runFactory) {}
 
 PluginLibrary::~PluginLibrary() { dlclose(handle_); }
 
@@ -41,11 +41,19 @@ std::unique_ptr<PluginLibrary> PluginLibrary::Open(const std::string& path, std:
         error = "'" + path + "' is not a classification plug-in: it has no GetAlgoObj entry point";
         return nullptr;
     }
-    return std::unique_ptr<PluginLibrary>(new PluginLibrary(handle, reinterpret_cast<Factory>(symbol)));
+    void* withOptions = dlsym(handle, "GetAlgoObjWithOptions");
+    if (!withOptions) {
+        dlclose(handle);
+        error = "'" + path + "' is a classification plug-in without runs with options (no GetAlgoObjWithOptions "
+                "entry point); this program needs one that has them";
+        return nullptr;
+    }
+    return std::unique_ptr<PluginLibrary>(new PluginLibrary(handle, reinterpret_cast<Factory>(withOptions)));
 }
 
-KalUtility::_ptr_t<KalAlgo::IKalAlgo> PluginLibrary::CreateAlgorithm() {
-    return KalUtility::_ptr_t<KalAlgo::IKalAlgo>(factory_());
+KalUtility::_ptr_t<KalAlgo::IKalAlgo> PluginLibrary::CreateRunAlgorithm() {
+    return KalUtility::_ptr_t<KalAlgo::IKalAlgo>(runFactory_());
 }
+
 
 } // namespace isodata_run

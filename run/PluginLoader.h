@@ -1,6 +1,7 @@
 // Loads the classification plug-in the way the host application does: open
 // the shared library, look up GetAlgoObj, and take the algorithm object it
-// hands out.
+// hands out; and GetAlgoObjWithOptions beside it, whose object runs a
+// record with options (IsodataRun.h), which is what a run uses.
 #pragma once
 
 #include <KalAlgo.h>
@@ -24,15 +25,15 @@ public:
     PluginLibrary(const PluginLibrary&) = delete;
     PluginLibrary& operator=(const PluginLibrary&) = delete;
 
-    // A new algorithm object; null when the plug-in gives none.
-    KalUtility::_ptr_t<KalAlgo::IKalAlgo> CreateAlgorithm();
+    // A new algorithm object of the run with options; null when the plug-in gives none.
+    KalUtility::_ptr_t<KalAlgo::IKalAlgo> CreateRunAlgorithm();
 
 private:
     using Factory = KalAlgo::IKalAlgo* (*)();
-    PluginLibrary(void* handle, Factory factory);
+    PluginLibrary(void* handle, Factory runFactory);
 
     void* handle_;
-    Factory factory_;
+    Factory runFactory_;
 };
 
 } // namespace isodata_run

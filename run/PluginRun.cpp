@@ -28,6 +28,24 @@ stInfoClassificationISO BuildRecord(const RunRequest& request, const std::string
     return record;
 }
 
+stIsodataRunOptions BuildOptions(const RunRequest& request) {
+    stIsodataRunOptions options;
+    const MaskSettings& m = request.mask;
+    options.validityMask = m.on;
+    options.nodata = m.nodata == MaskSettings::Nodata::Declared ? IsodataNodata::Declared
+                     : m.nodata == MaskSettings::Nodata::Ignored ? IsodataNodata::Ignored
+                                                                 : IsodataNodata::Given;
+    options.nodataValues = m.nodataValues;
+    options.datasetMasks = m.datasetMasks;
+    options.excludeNonFinite = m.nonFinite;
+    options.maskRasterPath = QString::fromStdString(m.maskRaster);
+    options.applyCentres = request.model.applyCentres;
+    options.classStatistics = true;
+    options.threads = request.threads;
+    options.memoryBytes = request.memoryBytes;
+    return options;
+}
+
 std::string PluginRun::Describe() const {
     switch (outcome) {
     case PluginOutcome::Ok: return {};
@@ -39,9 +57,10 @@ std::string PluginRun::Describe() const {
     return "classification failed: " + errorText + " (plug-in error " + std::to_string(errorNumber) + ")";
 }
 
-PluginRun RunPlugin(PluginLibrary& plugin, const stInfoClassificationISO& record, RunListener& listener) {
+PluginRun RunPlugin(PluginLibrary& plugin, const stInfoClassificationISO& record, const stIsodataRunOptions& options,
+                    RunListener& listener) {
     PluginRun run;
-    KalUtility::_ptr_t<KalAlgo::IKalAlgo> algorithm = plugin.CreateAlgorithm();
+    KalUtility::_ptr_t<KalAlgo::IKalAlgo> algorithm = plugin.CreateRunAlgorithm();
     if (!algorithm) {
         run.outcome = PluginOutcome::NoAlgorithm;
         return run;
@@ -54,9 +73,10 @@ PluginRun RunPlugin(PluginLibrary& plugin, const stInfoClassificationISO& record
 
     const auto start = std::chrono::steady_clock::now();
     try {
-        boost::any params = record;
+        boost::any params = stIsodataRun{record, options, {}};
         algorithm->SetParams(params);
         run.outcome = algorithm->Execute() ? PluginOutcome::Ok : PluginOutcome::Failed;
+        if (const auto* written = boost::any_cast<stIsodataRun>(&algorithm->GetParams())) run.report = written->report;
         if (run.outcome == PluginOutcome::Failed) {
             QString text;
             algorithm->GetErrorInfo(run.errorNumber, text);

@@ -6,6 +6,7 @@
 #include "RunRequest.h"
 
 #include <ClassificationISO.h>
+#include <IsodataRun.h>
 
 #include <string>
 
@@ -15,6 +16,8 @@ namespace isodata_run {
 // inputPath and resultPath as the plug-in should see them.
 stInfoClassificationISO BuildRecord(const RunRequest& request, const std::string& inputPath,
                                     const std::string& resultPath);
+// And the one place where it becomes the options of the run with options.
+stIsodataRunOptions BuildOptions(const RunRequest& request);
 
 enum class PluginOutcome {
     Ok,
@@ -29,13 +32,16 @@ struct PluginRun {
     int errorNumber = 0;
     std::string errorText;
     double seconds = 0.0;  // time spent in Execute
+    stIsodataRunReport report;  // what the run with options wrote back
 
     // "classification failed" with what the plug-in said, if anything.
     std::string Describe() const;
     bool SaidWhy() const { return outcome != PluginOutcome::Failed || errorNumber != 0 || !errorText.empty(); }
 };
 
-// Runs the loaded plug-in on record, passing its progress to listener.
-PluginRun RunPlugin(PluginLibrary& plugin, const stInfoClassificationISO& record, RunListener& listener);
+// Runs the loaded plug-in's run with options on record, passing its
+// progress to listener.
+PluginRun RunPlugin(PluginLibrary& plugin, const stInfoClassificationISO& record, const stIsodataRunOptions& options,
+                    RunListener& listener);
 
 } // namespace isodata_run

@@ -63,8 +63,9 @@ RunReport Abnormal(const ChildEnd& end) {
 }
 
 // The result's files as the run folder holds them, bound for the output's
-// folder, and the preview bound for its own place.
-std::vector<Move> MovesFor(const RunFolder& folder, const OutputSettings& out, bool withPreview) {
+// folder, and the preview and the model bound for their own places.
+std::vector<Move> MovesFor(const RunFolder& folder, const OutputSettings& out, bool withPreview,
+                           const std::string& model) {
     std::vector<Move> moves;
     std::error_code ec;
     for (std::filesystem::directory_iterator it(folder.Dir(RunFolder::Part::Result), ec), end; !ec && it != end;
@@ -72,17 +73,19 @@ std::vector<Move> MovesFor(const RunFolder& folder, const OutputSettings& out, b
         moves.push_back({it->path().string(), FolderOf(out.path) + "/" + it->path().filename().string()});
     if (withPreview)
         moves.push_back({folder.Dir(RunFolder::Part::Preview) + "/" + FileNameOf(out.previewPath), out.previewPath});
+    if (!model.empty()) moves.push_back({folder.Dir(RunFolder::Part::Model) + "/" + FileNameOf(model), model});
     return moves;
 }
 
 // The child finished: publish what it left, if it succeeded.
-RunReport Conclude(const RunFolder& folder, const ChildChannel& channel, const OutputSettings& out,
+RunReport Conclude(const RunFolder& folder, const ChildChannel& channel, const RunRequest& request,
                    const InterruptWatch& watch) {
+    const OutputSettings& out = request.output;
     RunReport report;
     channel.CopyTo(report);
     if (report.outcome != RunOutcome::Ok && report.outcome != RunOutcome::PreviewFailed) return report;
     const std::vector<Move> moves =
-        MovesFor(folder, out, report.outcome == RunOutcome::Ok && !out.previewPath.empty());
+        MovesFor(folder, out, report.outcome == RunOutcome::Ok && !out.previewPath.empty(), request.model.outPath);
     std::string error;
     const SignalsHeld held;
     if (watch.Received()) return Interrupted(watch.Received(), false);
@@ -113,7 +116,7 @@ RunReport Run(const RunRequest& request, RunListener& listener) {
     const ChildTask task{request, *plugin, *folder, inputName};
     const ChildEnd end = RunInChild(watch, [&] { ClassifyInRunFolder(task, listener, channel); });
     if (end.kind != ChildEnd::Kind::Finished) return Abnormal(end);
-    return Conclude(*folder, channel, request.output, watch);
+    return Conclude(*folder, channel, request, watch);
 }
 
 } // namespace isodata_run

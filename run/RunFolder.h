@@ -31,6 +31,7 @@ public:
         Result,        // the result as it will be published
         PluginResult,  // the plug-in's own ENVI result, before a conversion
         Preview,       // the quick-look
+        Model,         // the class model file
     };
 
     const std::string& Path() const { return path_; }

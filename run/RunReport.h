@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace isodata_run {
@@ -17,6 +18,7 @@ enum class RunOutcome {
     ForkFailed,            // no child process could be started; error holds errno
     Crashed,               // the child died of signal
     ExitedStrangely,       // the child exited with status of its own (a sanitizer's, say)
+    NothingValid,          // the mask leaves no pixel to classify; nothing was run or changed
     ClassificationFailed,  // the plug-in, GDAL, the conversion or the read-back failed
     PublishFailed,         // the result could not be moved into place; nothing was changed
     Interrupted,           // SIGINT, SIGTERM or SIGHUP (signal) ended the run; nothing was changed
@@ -40,6 +42,26 @@ struct ResultSummary {
     int ClassesFound() const;  // classes with at least one pixel
 };
 
+// What the plug-in itself said of the pixels and classes (a run with a mask
+// or with class statistics; none from a plug-in that says nothing).
+struct ClassFigures {
+    int value = 0;                     // 1..K
+    std::vector<double> centre;        // per chosen band
+    std::int64_t pixels = 0;           // full-size pixels of the class
+    std::vector<double> mean, stddev;  // per chosen band; NaN for a class without pixels
+};
+
+struct RunFigures {
+    bool known = false;                // the plug-in reported figures
+    std::int64_t excludedPixels = 0;   // left out by the mask
+    std::vector<std::pair<std::string, std::int64_t>> excludedBy;  // rule -> pixels, rules that left some out
+    std::int64_t background = 0;       // valid, unclassified: band values summing to zero
+    std::int64_t nonFinite = 0;        // valid, unclassified: a NaN or infinite band value
+    std::int64_t beyondReach = 0;      // valid, unclassified: no centre within the labelling's limit
+    std::vector<ClassFigures> classes;
+    double pixelArea = 0.0;            // map units per pixel; 0 when the geotransform is rotated or missing
+};
+
 struct RunReport {
     RunOutcome outcome = RunOutcome::ClassificationFailed;
     // For every outcome but Ok, one sentence naming the file or value at
@@ -52,6 +74,7 @@ struct RunReport {
     bool interruptedInChild = false;
 
     ResultSummary summary;  // Ok and PreviewFailed
+    RunFigures figures;     // Ok and PreviewFailed
     double seconds = 0.0;   // time spent in the plug-in
     int gdalFailures = 0;                 // GDAL errors of class Failure or worse during the run
     std::vector<std::string> gdalErrors;  // the first few of them

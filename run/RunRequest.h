@@ -9,6 +9,7 @@
 // read in BuildRecord; no layer in between changes.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -36,11 +37,37 @@ struct OutputSettings {
     bool overwrite = false;                    // replace existing files once the new ones are complete
 };
 
+// Which pixels take part. Off: every pixel, as the plug-in's plain run.
+// On: a pixel is left out where a chosen band's mask band (its nodata value,
+// a per-dataset mask or an alpha band, as GDAL reports it) is 0, where a
+// chosen band is NaN or infinite, or where the mask raster is 0.
+struct MaskSettings {
+    enum class Nodata { Declared, Ignored, Given };
+    bool on = false;
+    Nodata nodata = Nodata::Declared;
+    std::vector<double> nodataValues;  // Given: one for every band, or one a band
+    bool datasetMasks = true;          // per-dataset masks and alpha bands count
+    bool nonFinite = true;             // NaN and infinities are left out
+    std::string maskRaster;            // band 1, the input's size; empty: none
+};
+
+// The classes as a model file: written after a run, or applied instead of
+// clustering.
+struct ModelSettings {
+    std::string outPath;                            // the model file to publish; empty: none
+    std::string parametersJson;                     // the host's parameters, as the model records them
+    std::vector<std::vector<double>> applyCentres;  // non-empty: label with these, class k + 1 in row k
+};
+
 struct RunRequest {
     std::string input;                    // as the person named it; GDAL virtual paths allowed
     std::vector<std::string> inputFiles;  // every file GDAL reads for the input
     OutputSettings output;
     ClassificationValues classification;
+    MaskSettings mask;
+    ModelSettings model;
+    int threads = 1;               // threads the plug-in's passes share out to
+    std::int64_t memoryBytes = 0;  // the working copy may stay in memory up to this; 0: on disk
     std::string tmpDir;      // where the run folder goes; empty: beside the output
     std::string pluginPath;  // empty: DefaultPluginPath()
     bool gdalDebug = false;  // echo GDAL's messages as they come, as CPL_DEBUG=ON

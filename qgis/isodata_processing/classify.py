@@ -22,7 +22,10 @@ import shlex
 
 from qgis.core import (QgsProcessing, QgsProcessingAlgorithm,
                        QgsProcessingException, QgsProcessingParameterBand,
+                       QgsProcessingParameterBoolean,
+                       QgsProcessingParameterFileDestination,
                        QgsProcessingParameterNumber,
+                       QgsProcessingParameterString,
                        QgsProcessingParameterRasterDestination,
                        QgsProcessingParameterRasterLayer,
                        QgsRasterFileWriter)
@@ -31,6 +34,8 @@ from qgis.PyQt.QtCore import QCoreApplication
 from . import command
 
 DEFAULT_FORMAT = 'GTiff'
+# The box beside a raster_or_none parameter that asks for the word none.
+NONE_SUFFIX = '_NONE'
 
 
 def _tr(text):
@@ -78,8 +83,15 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
             return ()
 
     def _parameter(self, option):
-        name, label = option['qgis_name'], _tr(option['qgis_label'])
-        if option['repeatable']:
+        name, label, kind = option['qgis_name'], _tr(option['qgis_label']), option.get('qgis_kind')
+        if kind == 'text':
+            parameter = QgsProcessingParameterString(name, label, optional=True)
+        elif kind == 'raster_or_none':
+            parameter = QgsProcessingParameterRasterLayer(name, label, optional=True)
+        elif kind == 'file_out':
+            parameter = QgsProcessingParameterFileDestination(
+                name, label, _tr('JSON files (*.json)'), optional=True, createByDefault=False)
+        elif option['repeatable']:
             parameter = QgsProcessingParameterBand(name, label, None, self.INPUT,
                                                    optional=True, allowMultiple=True)
         else:
@@ -100,6 +112,10 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
             self.INPUT, _tr('Input raster')))
         for option in self._options():
             self.addParameter(self._parameter(option))
+            if option.get('qgis_kind') == 'raster_or_none':
+                self.addParameter(QgsProcessingParameterBoolean(
+                    option['qgis_name'] + NONE_SUFFIX,
+                    _tr("Ignore the input's own mask and alpha bands"), False, optional=True))
         self.addParameter(QgsProcessingParameterRasterDestination(
             self.OUTPUT, _tr('Class raster')))
 
@@ -143,9 +159,14 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
         # QGIS has already asked before replacing an existing output file.
         arguments = [program, '-overwrite', '-json', '-progress-format', 'machine',
                      '-of', self._format_for(output)]
+        threads = self._threads(context)
+        if threads:
+            arguments += ['-threads', str(threads)]
         for option in self._options():
-            flag, name = option['names'][0], option['qgis_name']
-            if option['repeatable']:
+            flag, name, kind = option['names'][0], option['qgis_name'], option.get('qgis_kind')
+            if kind:
+                values = self._text_values(parameters, name, kind, context)
+            elif option['repeatable']:
                 values = self.parameterAsInts(parameters, name, context)
             elif option['type'] == 'int':
                 values = [self.parameterAsInt(parameters, name, context)]
@@ -154,6 +175,26 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
             for value in values:
                 arguments += [flag, str(value)]
         return arguments + [source, output]
+
+    def _text_values(self, parameters, name, kind, context):
+        """The value of a text-like parameter, as the command takes it; none when unset."""
+        if kind == 'raster_or_none':
+            if self.parameterAsBool(parameters, name + NONE_SUFFIX, context):
+                return ['none']
+            layer = self.parameterAsRasterLayer(parameters, name, context)
+            return [layer.source()] if layer is not None else []
+        if kind == 'file_out':
+            path = self.parameterAsFileOutput(parameters, name, context)
+            return [path] if path else []
+        text = self.parameterAsString(parameters, name, context).strip()
+        return [text] if text else []
+
+    @staticmethod
+    def _threads(context):
+        """QGIS's own setting for the threads an algorithm may use, if it has one."""
+        maximum = getattr(context, 'maximumThreads', None)
+        threads = maximum() if maximum else 0
+        return threads if threads and threads > 0 else None
 
     @staticmethod
     def _format_for(path):

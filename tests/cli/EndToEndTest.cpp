@@ -61,7 +61,8 @@ std::string InPlace(const std::string& input, const std::string& result) {
         return {};
     }
     isodata_run::RunListener silent;
-    const auto run = isodata_run::RunPlugin(*plugin, isodata_run::BuildRecord(request, input, result), silent);
+    const auto run = isodata_run::RunPlugin(*plugin, isodata_run::BuildRecord(request, input, result),
+                                            isodata_run::BuildOptions(request), silent);
     EXPECT_EQ(run.outcome, isodata_run::PluginOutcome::Ok) << run.Describe();
     return testsupport::ReadText(result);
 }
@@ -221,7 +222,7 @@ TEST_F(BusyTest, FullDiskFailsClearlyAndLeavesOnlyWhatWasThere) {
             GTEST_SKIP() << "mounting a small tmpfs needs root; the full-disk case is not tried";
         }
         std::ofstream(dir.File("disk/old")) << "old";
-        const ProcessResult r = Isodata(dir.Path(), {"-q", "scene.tif", "disk/classes"});
+        const ProcessResult r = Isodata(dir.Path(), {"-q", "-mem", "0", "scene.tif", "disk/classes"});
         EXPECT_EQ(r.exitCode, 2) << size;
         EXPECT_NE(r.err.find("(no space is left in 'disk':"), std::string::npos) << size << r.err;
         EXPECT_EQ(dir.List("disk"), Args{"old"}) << size;

@@ -14,6 +14,7 @@
 // Every run first prints the record it was given, one "field=value" a line,
 // so a test can see what the CLI handed over.
 #include <ClassificationISO.h>
+#include <IsodataRun.h>
 #include <KalAlgo.h>
 #include <StageTexts.h>
 
@@ -65,7 +66,9 @@ bool WriteResult(const std::string& path, bool complete) {
 class FakeClassification : public KalAlgo::IKalAlgo {
 public:
     bool Execute() override {
-        const auto& record = boost::any_cast<const stInfoClassificationISO&>(m_params);
+        // The run with options carries the record; the stand-in reports no figures.
+        const auto* run = boost::any_cast<stIsodataRun>(&m_params);
+        const auto& record = run ? run->params : boost::any_cast<const stInfoClassificationISO&>(m_params);
         PrintRecord(record);
         const char* setting = std::getenv("ISODATA_FAKE_MODE");
         const std::string mode = setting ? setting : "";
@@ -86,3 +89,6 @@ public:
 } // namespace
 
 extern "C" __attribute__((visibility("default"))) KalAlgo::IKalAlgo* GetAlgoObj() { return new FakeClassification(); }
+extern "C" __attribute__((visibility("default"))) KalAlgo::IKalAlgo* GetAlgoObjWithOptions() {
+    return new FakeClassification();
+}

@@ -1,0 +1,179 @@
+// Model files through Qt's JSON classes.
+//
+// Centres must read back to the very doubles that were written: each is
+// written twice, as a number in the shortest form that reads back to the
+// same double (Qt's way with numbers) and as a C hexadecimal float, and the
+// hexadecimal one is read when it is there.
+// NaN (the statistics of a class without pixels) is written as null.
+#include "Model.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace isodata_run {
+namespace {
+
+QString Text(const std::string& s) { return QString::fromStdString(s); }
+
+QJsonValue Number(double v) { return std::isfinite(v) ? QJsonValue(v) : QJsonValue(); }
+
+QJsonArray Numbers(const std::vector<double>& values) {
+    QJsonArray a;
+    for (double v : values) a.append(Number(v));
+    return a;
+}
+
+QJsonArray Hex(const std::vector<double>& values) {
+    QJsonArray a;
+    for (double v : values) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%a", v);
+        a.append(QString::fromLatin1(text));
+    }
+    return a;
+}
+
+QJsonObject MaskJson(const MaskSettings& m) {
+    const char* nodata = m.nodata == MaskSettings::Nodata::Declared ? "declared"
+                         : m.nodata == MaskSettings::Nodata::Ignored ? "none"
+                                                                     : "given";
+    return {{"nodata", nodata},
+            {"nodata_values", Numbers(m.nodataValues)},
+            {"dataset_masks", m.datasetMasks},
+            {"non_finite", m.nonFinite},
+            {"mask_raster", m.maskRaster.empty() ? QJsonValue() : QJsonValue(Text(m.maskRaster))}};
+}
+
+QJsonObject ClassJson(const ModelClass& c, double pixelArea) {
+    QJsonObject o{{"value", c.value},
+                  {"name", Text(c.name)},
+                  {"centre", Numbers(c.centre)},
+                  {"centre_hex", Hex(c.centre)},
+                  {"pixels", static_cast<double>(c.pixels)},
+                  {"area", pixelArea > 0 ? QJsonValue(pixelArea * static_cast<double>(c.pixels)) : QJsonValue()},
+                  {"mean", c.mean.empty() ? QJsonValue() : QJsonValue(Numbers(c.mean))},
+                  {"stddev", c.stddev.empty() ? QJsonValue() : QJsonValue(Numbers(c.stddev))}};
+    o["colour"] = c.hasColour ? QJsonValue(QJsonArray{c.red, c.green, c.blue}) : QJsonValue();
+    return o;
+}
+
+std::vector<double> ReadNumbers(const QJsonValue& value) {
+    std::vector<double> out;
+    for (const QJsonValue& v : value.toArray()) out.push_back(v.isDouble() ? v.toDouble() : std::nan(""));
+    return out;
+}
+
+// The centre as written: from its hexadecimal form when there is one.
+bool ReadCentre(const QJsonObject& o, std::vector<double>& centre) {
+    centre = ReadNumbers(o["centre"]);
+    const QJsonArray hex = o["centre_hex"].toArray();
+    if (hex.isEmpty()) return !centre.empty();
+    if (static_cast<std::size_t>(hex.size()) != centre.size()) return false;
+    for (int i = 0; i < hex.size(); ++i) {
+        const QByteArray text = hex[i].toString().toLatin1();
+        char* end = nullptr;
+        centre[static_cast<std::size_t>(i)] = std::strtod(text.constData(), &end);
+        if (text.isEmpty() || *end != '\0') return false;
+    }
+    return true;
+}
+
+bool ReadMask(const QJsonObject& o, MaskSettings& m) {
+    const QString nodata = o["nodata"].toString();
+    if (nodata == "declared") m.nodata = MaskSettings::Nodata::Declared;
+    else if (nodata == "none") m.nodata = MaskSettings::Nodata::Ignored;
+    else if (nodata == "given") m.nodata = MaskSettings::Nodata::Given;
+    else return false;
+    m.on = true;
+    m.nodataValues = ReadNumbers(o["nodata_values"]);
+    m.datasetMasks = o["dataset_masks"].toBool(true);
+    m.nonFinite = o["non_finite"].toBool(true);
+    m.maskRaster = o["mask_raster"].toString().toStdString();
+    return true;
+}
+
+} // namespace
+
+bool WriteModel(const std::string& path, const Model& m, std::string& error) {
+    QJsonArray bands, classes;
+    for (const ModelBand& b : m.bands)
+        bands.append(QJsonObject{{"band", b.band}, {"description", Text(b.description)}, {"data_type", Text(b.dataType)}});
+    for (const ModelClass& c : m.classes) classes.append(ClassJson(c, m.pixelArea));
+    QJsonObject parameters;
+    if (!m.parametersJson.empty())
+        parameters = QJsonDocument::fromJson(QByteArray::fromStdString(m.parametersJson)).object();
+    const QJsonObject root{{"format", kModelFormat},
+                           {"version", kModelVersion},
+                           {"tool", Text(m.tool)},
+                           {"input", QJsonObject{{"path", Text(m.inputPath)},
+                                                 {"size", QJsonArray{m.width, m.height}},
+                                                 {"band_count", m.bandCount},
+                                                 {"bands", bands}}},
+                           {"engine_pixel_type", Text(m.enginePixelType)},
+                           {"mask", MaskJson(m.mask)},
+                           {"parameters", parameters},
+                           {"pixel_area", m.pixelArea > 0 ? QJsonValue(m.pixelArea) : QJsonValue()},
+                           {"classes", classes}};
+    QFile file(QString::fromStdString(path));
+    const QByteArray bytes = QJsonDocument(root).toJson(QJsonDocument::Indented);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size() || !file.flush()) {
+        error = "cannot write the model file '" + path + "': " + file.errorString().toStdString();
+        return false;
+    }
+    return true;
+}
+
+bool ReadModel(const std::string& path, Model& m, std::string& error) {
+    QFile file(QString::fromStdString(path));
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = "model '" + path + "' cannot be read: " + file.errorString().toStdString();
+        return false;
+    }
+    QJsonParseError parse{};
+    const QJsonObject root = QJsonDocument::fromJson(file.readAll(), &parse).object();
+    const auto Bad = [&](const std::string& why) {
+        error = "model '" + path + "' " + why;
+        return false;
+    };
+    if (parse.error != QJsonParseError::NoError) return Bad("is not JSON: " + parse.errorString().toStdString());
+    if (root["format"].toString() != kModelFormat) return Bad("is not an isodata model file");
+    if (root["version"].toInt(-1) != kModelVersion)
+        return Bad("is of format version " + std::to_string(root["version"].toInt(-1)) +
+                   ", which this isodata does not know (it reads version " + std::to_string(kModelVersion) + ")");
+    m = Model();
+    m.tool = root["tool"].toString().toStdString();
+    const QJsonObject input = root["input"].toObject();
+    m.inputPath = input["path"].toString().toStdString();
+    m.width = input["size"].toArray()[0].toInt();
+    m.height = input["size"].toArray()[1].toInt();
+    m.bandCount = input["band_count"].toInt();
+    for (const QJsonValue& b : input["bands"].toArray())
+        m.bands.push_back({b["band"].toInt(), b["description"].toString().toStdString(),
+                           b["data_type"].toString().toStdString()});
+    m.enginePixelType = root["engine_pixel_type"].toString().toStdString();
+    if (!ReadMask(root["mask"].toObject(), m.mask)) return Bad("has no valid \"mask\" rule");
+    m.pixelArea = root["pixel_area"].toDouble(0.0);
+    for (const QJsonValue& v : root["classes"].toArray()) {
+        const QJsonObject o = v.toObject();
+        ModelClass c;
+        c.value = o["value"].toInt();
+        c.name = o["name"].toString().toStdString();
+        const QJsonArray colour = o["colour"].toArray();
+        c.hasColour = colour.size() == 3;
+        if (c.hasColour) c.red = colour[0].toInt(), c.green = colour[1].toInt(), c.blue = colour[2].toInt();
+        if (!ReadCentre(o, c.centre) || c.centre.size() != m.bands.size())
+            return Bad("has a class " + std::to_string(c.value) + " whose centre is not one number per band");
+        c.pixels = static_cast<std::int64_t>(o["pixels"].toDouble());
+        m.classes.push_back(c);
+    }
+    if (m.bands.empty() || m.classes.empty()) return Bad("names no bands or no classes");
+    return true;
+}
+
+} // namespace isodata_run

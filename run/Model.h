@@ -1,0 +1,51 @@
+// The class model file: the classes a run ended with, written as JSON so
+// that they can be applied to other rasters (docs/model.md gives the format).
+#pragma once
+
+#include "RunRequest.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace isodata_run {
+
+constexpr const char* kModelFormat = "isodata-model";
+constexpr int kModelVersion = 1;
+
+struct ModelBand {
+    int band = 0;  // 1-based
+    std::string description;
+    std::string dataType;  // GDAL's name of the type
+};
+
+struct ModelClass {
+    int value = 0;
+    std::string name;
+    bool hasColour = false;
+    int red = 0, green = 0, blue = 0;
+    std::vector<double> centre;        // per band of Model::bands, exact
+    std::int64_t pixels = 0;
+    std::vector<double> mean, stddev;  // per band; NaN for a class without pixels
+};
+
+struct Model {
+    std::string tool;
+    std::string inputPath;
+    int width = 0, height = 0, bandCount = 0;
+    std::vector<ModelBand> bands;
+    std::string enginePixelType;
+    MaskSettings mask;
+    std::string parametersJson;  // an object, as the host wrote it; may be empty
+    double pixelArea = 0.0;      // 0: none
+    std::vector<ModelClass> classes;
+};
+
+// False with error set when the file cannot be written.
+bool WriteModel(const std::string& path, const Model& model, std::string& error);
+
+// False with error set, naming the file, when it cannot be read, is no model,
+// or is of a version this program does not know.
+bool ReadModel(const std::string& path, Model& model, std::string& error);
+
+} // namespace isodata_run
