@@ -152,13 +152,13 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
         if summary is None:
             feedback.pushInfo(_tr('Cancelled; nothing was written.'))
             return {}
-        self._log_summary(summary, feedback)
+        self.log_summary(summary, feedback)
         return {self.OUTPUT: output}
 
     def _command_line(self, program, parameters, context, source, output):
         # QGIS has already asked before replacing an existing output file.
         arguments = [program, '-overwrite', '-json', '-progress-format', 'machine',
-                     '-of', self._format_for(output)]
+                     '-of', self.format_for(output)]
         threads = self._threads(context)
         if threads:
             arguments += ['-threads', str(threads)]
@@ -197,16 +197,17 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
         return threads if threads and threads > 0 else None
 
     @staticmethod
-    def _format_for(path):
+    def format_for(path):
         driver = QgsRasterFileWriter.driverForExtension(os.path.splitext(path)[1])
         return driver or DEFAULT_FORMAT
 
     @staticmethod
-    def _log_summary(summary, feedback):
+    def log_summary(summary, feedback):
+        """The class table of the command's JSON summary, in the log."""
         classes = summary['classes']
-        width, height = summary['size']
-        feedback.pushInfo(_tr('{} classes in {:.1f} s; {} pixels unclassified').format(
-            len(classes), summary['seconds'], summary['unclassified']))
+        feedback.pushInfo(_tr('{} classes in {:.1f} s; {} valid pixels unclassified, {} left out '
+                              '(nodata or masked)').format(
+            len(classes), summary['seconds'], summary['unclassified'], summary['excluded']['pixels']))
         for entry in classes:
             feedback.pushInfo('{:>5}  {:<14} {:>10} pixels {:6.1f}%'.format(
-                entry['value'], entry['name'], entry['pixels'], 100.0 * entry['pixels'] / (width * height)))
+                entry['value'], entry['name'], entry['pixels'], 100.0 * entry['share']))

@@ -1,5 +1,5 @@
-"""The Processing provider 'isodata': one algorithm and the setting that says
-where the isodata command lives.
+"""The Processing provider 'isodata': its two algorithms (classify, apply a
+class model) and the setting that says where the isodata command lives.
 
 The setting sits under Settings > Options > Processing > Providers, like
 other providers' executable paths; left empty, the command is looked up on
@@ -10,6 +10,7 @@ import shutil
 from processing.core.ProcessingConfig import ProcessingConfig, Setting
 from qgis.core import QgsProcessingProvider
 
+from .apply import ApplyAlgorithm
 from .classify import ClassifyAlgorithm
 
 EXECUTABLE_SETTING = 'ISODATA_EXECUTABLE'
@@ -49,3 +50,4 @@ class IsodataProvider(QgsProcessingProvider):
 
     def loadAlgorithms(self):
         self.addAlgorithm(ClassifyAlgorithm(isodata_executable))
+        self.addAlgorithm(ApplyAlgorithm(isodata_executable))

@@ -1,7 +1,8 @@
 """isodata:classify in real QGIS: installed into a throwaway profile with the
 project's install script, run headless through qgis_process, its raster must
 equal the one the isodata command writes itself for the same non-default
-parameters (which QGIS knows only from the command's option table); and a run
+parameters (which QGIS knows only from the command's option table), and so
+must isodata:apply with the model the command wrote; and a run
 cancelled midway must leave nothing in the output folder.
 
 Plan: make a throwaway HOME and install the plug-in into its default profile;
@@ -55,8 +56,9 @@ def describe(path):
 def check_qgis_process_matches_command(isodata, scene, work, env):
     reference = os.path.join(work, 'command', 'classes.tif')
     os.makedirs(os.path.dirname(reference))
+    model = os.path.join(work, 'command', 'model.json')
     subprocess.run([isodata, '-q', '-of', 'GTiff', '-classes', '6', '-b', '1', '-b', '2', '-b', '4',
-                    scene, reference], check=True)
+                    '-model-out', model, scene, reference], check=True)
 
     output = os.path.join(work, 'qgis', 'classes.tif')
     os.makedirs(os.path.dirname(output))
@@ -75,6 +77,15 @@ def check_qgis_process_matches_command(isodata, scene, work, env):
     for key in expected:
         check(actual[key] == expected[key], 'qgis_process result differs in ' + key)
     print('qgis_process result equals the command\'s: pixels, colours, names, georeferencing')
+
+    # The command's model applied through isodata:apply labels the scene as the run did.
+    applied = os.path.join(work, 'qgis', 'applied.tif')
+    run = subprocess.run(['qgis_process.bin', 'run', 'isodata:apply', '--', 'INPUT=' + scene,
+                          'MODEL=' + model, 'OUTPUT=' + applied],
+                         env=env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    check(run.returncode == 0, 'isodata:apply exited with {}:\n{}'.format(run.returncode, run.stdout))
+    check(describe(applied)['pixels'] == expected['pixels'], 'isodata:apply labels differ from the run')
+    print('isodata:apply gives the run\'s pixels')
 
 
 def check_cancel_leaves_nothing(isodata, scene, home, work):
