@@ -28,7 +28,6 @@ namespace isodata {
 
 namespace {
 
-
 // gdal_translate's arguments for the virtual copy: the input as it is,
 // without its dataset mask and alpha when they are not to count.
 CPLStringList VirtualCopyArguments(GDALDataset* input, bool datasetMasks) {
