@@ -6,12 +6,14 @@
 //     without dataset masks, neither mask band nor alpha band. The mask
 //     raster is opened and must have the input's size.
 //  2. WriteWorkingMask: the mask bands and the mask raster are read whole at
-//     the working copy's size, as the working copy itself was; the working
-//     copy is then read a strip at a time for non-finite values; the flags
-//     go to a Byte GeoTIFF.
+//     the working copy's size, as the working copy itself was, each into
+//     memory bounded however large (ReducedRead.h), and marked a strip at a
+//     time; the working copy is then read a strip at a time for non-finite
+//     values; the flags go to a Byte GeoTIFF a strip at a time.
 #include "RunValidity.h"
 
 #include "GdalSession.h"
+#include "ReducedRead.h"
 
 #include <KalDataSource.h>
 
@@ -19,13 +21,12 @@
 #include <gdal_utils.h>
 
 #include <algorithm>
+#include <memory>
+#include <string>
 
 namespace isodata {
 
 namespace {
-
-// Rows of the working copy read per strip while looking for non-finite values.
-constexpr int kStripRows = 64;
 
 // gdal_translate's arguments for the virtual copy: the input as it is,
 // without its dataset mask and alpha when they are not to count.
@@ -65,6 +66,224 @@ GDALDatasetUniquePtr VirtualCopy(GDALDataset* input, const stIsodataRunOptions& 
     return copy;
 }
 
+
+// Bytes of values handled per strip of the working copy's mask.
+constexpr std::size_t kStripBytes = std::size_t{8} << 20;
+
+// The working copy's grid and where its scratch files go.
+struct ReducedGrid {
+    int width, height;
+    std::string folder;
+    std::size_t heapBytes;
+    std::size_t Pixels() const { return static_cast<std::size_t>(width) * static_cast<std::size_t>(height); }
+    // Rows of a strip of values of up to 8 bytes.
+    int StripRows() const {
+        const std::size_t line = static_cast<std::size_t>(width) * sizeof(double);
+        return static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(height),
+                                                      std::max<std::size_t>(1, kStripBytes / line)));
+    }
+};
+
+// Calls visit(y0, rows) for each strip of the grid.
+template <class Visit>
+void ForEachStrip(const ReducedGrid& grid, Visit visit) {
+    const int strip = grid.StripRows();
+    for (int y0 = 0; y0 < grid.height; y0 += strip) visit(y0, std::min(strip, grid.height - y0));
+}
+
+// A mask band to read; for a band whose mask GDAL derives from its nodata
+// value with a wider read than bytes, that band (see MarkMaskBand).
+struct MaskBand {
+    GDALRasterBand* mask;
+    GDALRasterBand* nodataOf;
+};
+
+struct MaskSources {
+    std::vector<MaskBand> bands;     // distinct, as ValidityReader picks them
+    GDALRasterBand* raster = nullptr; // band 1 of the mask raster
+};
+
+// The type GDAL 3.6's nodata mask band reads its band in before comparing
+// (GDALNoDataMaskBand::IRasterIO); only integer and real types of this list
+// are read here the same way, every other through the mask band itself.
+GDALDataType NoDataWorkType(GDALDataType type) {
+    switch (type) {
+    case GDT_UInt16: case GDT_UInt32: return GDT_UInt32;
+    case GDT_Int16: case GDT_Int32: return GDT_Int32;
+    case GDT_Float32: return GDT_Float32;
+    case GDT_Float64: return GDT_Float64;
+    default: return GDT_Unknown;
+    }
+}
+
+// The mask bands of the chosen bands that can exclude something, each once
+// (a per-dataset mask serves every band), and the mask raster's band 1.
+MaskSources MaskSourcesOf(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices) {
+    MaskSources sources;
+    if (rules.maskBandsOf) {
+        for (std::uint32_t index : bandIndices) {
+            if (index >= static_cast<std::uint32_t>(rules.maskBandsOf->GetRasterCount())) continue;
+            GDALRasterBand* band = rules.maskBandsOf->GetRasterBand(static_cast<int>(index) + 1);
+            const int flags = band->GetMaskFlags();
+            if (flags == GMF_ALL_VALID) continue;
+            GDALRasterBand* mask = band->GetMaskBand();
+            if (!mask || std::any_of(sources.bands.begin(), sources.bands.end(),
+                                     [mask](const MaskBand& m) { return m.mask == mask; }))
+                continue;
+            const bool derived = flags == GMF_NODATA && dynamic_cast<GDALNoDataMaskBand*>(mask) &&
+                                 NoDataWorkType(band->GetRasterDataType()) != GDT_Unknown;
+            sources.bands.push_back({mask, derived ? band : nullptr});
+        }
+    }
+    if (rules.maskRaster && rules.maskRaster->GetRasterCount() >= 1) sources.raster = rules.maskRaster->GetRasterBand(1);
+    return sources;
+}
+
+// The buffer type that keeps a mask raster's zero apart from every other
+// value, as ValidityReader reads it.
+GDALDataType ZeroKeepingType(GDALDataType type) {
+    switch (type) {
+    case GDT_Byte: case GDT_UInt16: case GDT_Int16: case GDT_UInt32: case GDT_Int32: case GDT_Float32:
+    case GDT_Float64:
+        return type;
+    default:
+        return GDT_Float64;
+    }
+}
+
+template <class V>
+void MarkZeros(const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why) {
+    const V* v = static_cast<const V*>(values);
+    for (std::size_t i = 0; i < n; ++i)
+        if (v[i] == V(0)) why[i] |= bit;
+}
+
+void MarkZeros(GDALDataType type, const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why) {
+    switch (type) {
+    case GDT_Byte: return MarkZeros<std::uint8_t>(values, n, bit, why);
+    case GDT_UInt16: return MarkZeros<std::uint16_t>(values, n, bit, why);
+    case GDT_Int16: return MarkZeros<std::int16_t>(values, n, bit, why);
+    case GDT_UInt32: return MarkZeros<std::uint32_t>(values, n, bit, why);
+    case GDT_Int32: return MarkZeros<std::int32_t>(values, n, bit, why);
+    case GDT_Float32: return MarkZeros<float>(values, n, bit, why);
+    default: return MarkZeros<double>(values, n, bit, why);
+    }
+}
+
+// GDAL's nodata mask (0 or 255) of width x rows values of type, the strip of
+// a band whose nodata value is that of band: the mask band of an in-memory
+// band over the values, so that GDAL's own comparison decides.
+bool NoDataFlags(GDALRasterBand* band, void* values, GDALDataType type, int width, int rows, std::uint8_t* flags) {
+    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDatasetUniquePtr strip(mem ? mem->Create("", width, rows, 0, type, nullptr) : nullptr);
+    if (!strip) return false;
+    CPLStringList options;
+    char pointer[64] = {};
+    CPLPrintPointer(pointer, values, sizeof(pointer) - 1);
+    options.SetNameValue("DATAPOINTER", pointer);
+    if (strip->AddBand(type, options.List()) != CE_None) return false;
+    GDALRasterBand* copy = strip->GetRasterBand(1);
+    if (copy->SetNoDataValue(band->GetNoDataValue()) != CE_None) return false;
+    return copy->GetMaskBand()->RasterIO(GF_Read, 0, 0, width, rows, flags, width, rows, GDT_Byte, 0, 0, nullptr) ==
+           CE_None;
+}
+
+// Sets the mask-band bit where the mask band read whole at the working
+// copy's size is 0. A nodata mask of a wider band is what GDAL's read gives
+// without its whole-size buffer of the band's values: the band read whole in
+// the same type into bounded memory, then compared a strip at a time.
+void MarkMaskBand(const MaskBand& source, const ReducedGrid& grid, ReducedBuffer& flags, ReducedBuffer& why) {
+    const std::size_t w = static_cast<std::size_t>(grid.width);
+    std::unique_ptr<ReducedBuffer> values;
+    GDALDataType type = GDT_Unknown;
+    if (!source.nodataOf) {
+        (void)flags.ReadWholeBand(source.mask, grid.width, grid.height, GDT_Byte);
+    } else {
+        type = NoDataWorkType(source.nodataOf->GetRasterDataType());
+        values = std::make_unique<ReducedBuffer>(grid.Pixels() * GDALGetDataTypeSizeBytes(type), grid.folder,
+                                                 grid.heapBytes);
+        if (values->ReadWholeBand(source.nodataOf, grid.width, grid.height, type) != CE_None) values.reset();
+    }
+    const std::size_t size = values ? static_cast<std::size_t>(GDALGetDataTypeSizeBytes(type)) : 0;
+    ForEachStrip(grid, [&](int y0, int rows) {
+        const std::size_t first = static_cast<std::size_t>(y0) * w, n = static_cast<std::size_t>(rows) * w;
+        if (values) {
+            (void)NoDataFlags(source.nodataOf, values->Data() + first * size, type, grid.width, rows,
+                              flags.Data() + first);
+            values->Release(first * size, n * size);
+        }
+        MarkZeros(GDT_Byte, flags.Data() + first, n, kExcludedByMaskBand, why.Data() + first);
+        flags.Release(first, n);
+        why.Release(first, n);
+    });
+}
+
+// Sets the mask-raster bit where band 1 of the mask raster, read whole at the
+// working copy's size, is 0.
+void MarkMaskRaster(GDALRasterBand* band, const ReducedGrid& grid, ReducedBuffer& why) {
+    const GDALDataType type = ZeroKeepingType(band->GetRasterDataType());
+    const std::size_t size = static_cast<std::size_t>(GDALGetDataTypeSizeBytes(type));
+    const std::size_t w = static_cast<std::size_t>(grid.width);
+    ReducedBuffer values(grid.Pixels() * size, grid.folder, grid.heapBytes);
+    (void)values.ReadWholeBand(band, grid.width, grid.height, type);
+    ForEachStrip(grid, [&](int y0, int rows) {
+        const std::size_t first = static_cast<std::size_t>(y0) * w, n = static_cast<std::size_t>(rows) * w;
+        MarkZeros(type, values.Data() + first * size, n, kExcludedByMaskRaster, why.Data() + first);
+        values.Release(first * size, n * size);
+        why.Release(first, n);
+    });
+}
+
+// Sets the non-finite bit where a chosen band of the working copy holds NaN
+// or an infinity, reading the copy a strip at a time.
+void MarkNonFiniteOf(GDALDataset* working, const std::vector<std::uint32_t>& bandIndices, const ReducedGrid& grid,
+                     ReducedBuffer& why) {
+    std::vector<int> bands;
+    for (std::uint32_t index : bandIndices)
+        if (index < static_cast<std::uint32_t>(working->GetRasterCount())) bands.push_back(static_cast<int>(index) + 1);
+    if (bands.empty()) return;
+    const std::size_t w = static_cast<std::size_t>(grid.width);
+    std::vector<float> strip;
+    std::vector<const float*> rows(bands.size());
+    ForEachStrip(grid, [&](int y0, int count) {
+        const std::size_t plane = w * static_cast<std::size_t>(count);
+        strip.resize(bands.size() * plane);
+        const CPLErr readError = working->RasterIO(GF_Read, 0, y0, grid.width, count, strip.data(), grid.width,
+                                                   count, GDT_Float32, static_cast<int>(bands.size()), bands.data(),
+                                                   0, 0, 0, nullptr);
+        (void)readError;
+        for (int r = 0; r < count; ++r) {
+            for (std::size_t k = 0; k < bands.size(); ++k) rows[k] = strip.data() + k * plane + r * w;
+            MarkNonFinite(rows.data(), rows.size(), w, why.Data() + (static_cast<std::size_t>(y0) + r) * w);
+        }
+        why.Release(static_cast<std::size_t>(y0) * w, plane);
+    });
+}
+
+// Writes 1 where why is 0 and 0 elsewhere to a Byte GeoTIFF, a strip at a
+// time; the valid pixels, or -1 when the file cannot be written.
+std::int64_t WriteFlags(ReducedBuffer& why, const ReducedGrid& grid, const QString& path) {
+    auto mask = KalDataSource::DatasetFactory::Instance()->CreateRasterDataset(path, grid.width, grid.height, 1,
+                                                                               KalDataSource::PDT_Byte, "GTiff");
+    if (!mask) return -1;
+    GDALRasterBand* band = mask->GetGDALDataset()->GetRasterBand(1);
+    const std::size_t w = static_cast<std::size_t>(grid.width);
+    std::int64_t valid = 0;
+    bool written = true;
+    ForEachStrip(grid, [&](int y0, int rows) {
+        const std::size_t first = static_cast<std::size_t>(y0) * w, n = static_cast<std::size_t>(rows) * w;
+        std::uint8_t* flags = why.Data() + first;
+        for (std::size_t i = 0; i < n; ++i) {
+            flags[i] = flags[i] == 0 ? 1 : 0;
+            valid += flags[i];
+        }
+        written = written && band->RasterIO(GF_Write, 0, y0, grid.width, rows, flags, grid.width, rows, GDT_Byte, 0,
+                                            0, nullptr) == CE_None;
+        why.Release(first, n);
+    });
+    return written ? valid : -1;
+}
+
 } // namespace
 
 bool RunValidity::Open(GDALDataset* input, const stIsodataRunOptions& options) {
@@ -92,47 +311,22 @@ bool RunValidity::Open(GDALDataset* input, const stIsodataRunOptions& options) {
 }
 
 std::int64_t WriteWorkingMask(const ValidityRules& rules, GDALDataset* input, GDALDataset* working,
-                              const std::vector<std::uint32_t>& bandIndices, const QString& path) {
-    const int width = working->GetRasterXSize(), height = working->GetRasterYSize();
-    const std::size_t w = static_cast<std::size_t>(width);
-    std::vector<std::uint8_t> why(w * static_cast<std::size_t>(height));
+                              const std::vector<std::uint32_t>& bandIndices, const QString& path,
+                              std::size_t heapBytes) {
+    (void)input;  // the mask bands and the mask raster have its size
+    const ReducedGrid grid{working->GetRasterXSize(), working->GetRasterYSize(),
+                           FolderOf(working->GetDescription()), heapBytes};
+    ReducedBuffer why(grid.Pixels(), grid.folder, heapBytes);
     // A failed read has raised its GDAL error, which is the host's to judge,
     // as with every read of the run.
-    ValidityReader(rules, bandIndices)
-        .ReadMasks(0, 0, input->GetRasterXSize(), input->GetRasterYSize(), width, height, why.data());
-
-    if (rules.nonFinite) {
-        std::vector<int> bands;
-        for (std::uint32_t index : bandIndices)
-            if (index < static_cast<std::uint32_t>(working->GetRasterCount())) bands.push_back(static_cast<int>(index) + 1);
-        std::vector<float> strip(bands.size() * w * kStripRows);
-        std::vector<const float*> rows(bands.size());
-        for (int y0 = 0; y0 < height && !bands.empty(); y0 += kStripRows) {
-            const int count = std::min(kStripRows, height - y0);
-            const std::size_t plane = w * static_cast<std::size_t>(count);
-            const CPLErr readError = working->RasterIO(GF_Read, 0, y0, width, count, strip.data(), width, count,
-                                                       GDT_Float32, static_cast<int>(bands.size()), bands.data(), 0,
-                                                       0, 0, nullptr);
-            (void)readError;
-            for (int r = 0; r < count; ++r) {
-                for (std::size_t k = 0; k < bands.size(); ++k) rows[k] = strip.data() + k * plane + r * w;
-                MarkNonFinite(rows.data(), rows.size(), w, why.data() + (static_cast<std::size_t>(y0) + r) * w);
-            }
-        }
+    const MaskSources sources = MaskSourcesOf(rules, bandIndices);
+    if (!sources.bands.empty()) {
+        ReducedBuffer flags(grid.Pixels(), grid.folder, heapBytes);  // reused, as GDAL's read leaves it on failure
+        for (const MaskBand& band : sources.bands) MarkMaskBand(band, grid, flags, why);
     }
-
-    std::int64_t valid = 0;
-    for (std::uint8_t& flag : why) {
-        flag = flag == 0 ? 1 : 0;
-        valid += flag;
-    }
-    auto mask = KalDataSource::DatasetFactory::Instance()->CreateRasterDataset(path, width, height, 1,
-                                                                               KalDataSource::PDT_Byte, "GTiff");
-    if (!mask) return -1;
-    if (mask->GetGDALDataset()->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, width, height, why.data(), width, height,
-                                                           GDT_Byte, 0, 0, nullptr) != CE_None)
-        return -1;
-    return valid;
+    if (sources.raster) MarkMaskRaster(sources.raster, grid, why);
+    if (rules.nonFinite) MarkNonFiniteOf(working, bandIndices, grid, why);
+    return WriteFlags(why, grid, path);
 }
 
 } // namespace isodata

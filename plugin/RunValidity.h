@@ -3,12 +3,14 @@
 #pragma once
 
 #include "IsodataRun.h"
+#include "ReducedRead.h"
 #include "Validity.h"
 
 #include <gdal_priv.h>
 
 #include <QString>
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -35,9 +37,11 @@ private:
 // mask bands and the mask raster are read from the input at the working
 // copy's size, picked as GDAL's nearest-neighbour read picks the working
 // copy's pixels; non-finite values are looked for in the working copy
-// itself. Returns the number of valid pixels, or -1 when the file cannot be
-// written.
+// itself. Reduced reads larger than heapBytes go through mapped scratch
+// files beside working. Returns the number of valid pixels, or -1 when the
+// file cannot be written.
 std::int64_t WriteWorkingMask(const ValidityRules& rules, GDALDataset* input, GDALDataset* working,
-                              const std::vector<std::uint32_t>& bandIndices, const QString& path);
+                              const std::vector<std::uint32_t>& bandIndices, const QString& path,
+                              std::size_t heapBytes = kHeapReadBytes);
 
 } // namespace isodata

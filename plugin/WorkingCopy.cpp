@@ -8,9 +8,13 @@
 //  2. For each source block row holding picked rows, read column windows of
 //     whole blocks, all bands at once, and gather the picked pixels.
 //  3. Write the gathered rows of all bands in one call per batch.
-// Inputs whose driver may pick other pixels, and any failed read, take the
-// whole-band read of every band instead.
+// Inputs whose driver may pick other pixels, and any failed read, take
+// GDAL's whole-band read of every band instead, into a buffer whose resident
+// pages go back to the kernel as it fills (ReducedRead.h), so memory stays
+// bounded at any size.
 #include "WorkingCopy.h"
+
+#include "ReducedRead.h"
 
 #include <cpl_string.h>
 #include <gdal_priv.h>
@@ -226,30 +230,36 @@ bool CopyInOnePass(const Plan& plan, GDALDataset* working, int width) {
 }
 
 // Band after band: the whole input band read at the reduced buffer size
-// (GDAL picks the pixels, or an overview), then written. A band that fails
-// to read leaves the previous band's values in the buffer.
-void CopyBandByBand(GDALDataset* input, GDALDataset* working, int width, int height) {
-    std::vector<float> buffer(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
-    const int x = input->GetRasterXSize(), y = input->GetRasterYSize();
+// (GDAL picks the pixels, or an overview) into one reused buffer, bounded in
+// resident memory however large, then written a strip at a time. A band that
+// fails to read leaves the previous band's values in the buffer.
+void CopyBandByBand(GDALDataset* input, GDALDataset* working, int width, int height, std::size_t heapBytes) {
+    const std::size_t line = static_cast<std::size_t>(width) * sizeof(float);
+    ReducedBuffer buffer(line * static_cast<std::size_t>(height), FolderOf(working->GetDescription()), heapBytes);
+    const int strip = static_cast<int>(std::max<std::size_t>(1, kWindowBytes / line));
     for (int b = 1; b <= input->GetRasterCount(); ++b) {
-        CPLErr ignored = input->GetRasterBand(b)->RasterIO(GF_Read, 0, 0, x, y, buffer.data(), width, height,
-                                                           GDT_Float32, 0, 0, nullptr);
-        if (b <= working->GetRasterCount())
-            ignored = working->GetRasterBand(b)->RasterIO(GF_Write, 0, 0, width, height, buffer.data(), width,
-                                                          height, GDT_Float32, 0, 0, nullptr);
+        CPLErr ignored = buffer.ReadWholeBand(input->GetRasterBand(b), width, height, GDT_Float32);
+        for (int y0 = 0; y0 < height && b <= working->GetRasterCount(); y0 += strip) {
+            const int rows = std::min(strip, height - y0);
+            const std::size_t offset = static_cast<std::size_t>(y0) * line;
+            ignored = working->GetRasterBand(b)->RasterIO(GF_Write, 0, y0, width, rows, buffer.Data() + offset, width,
+                                                          rows, GDT_Float32, 0, 0, nullptr);
+            buffer.Release(offset, static_cast<std::size_t>(rows) * line);
+        }
         (void)ignored;
     }
 }
 
 } // namespace
 
-WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height) {
+WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
+                                 std::size_t heapBytes) {
     if (const auto plan = MakePlan(input, working, width, height)) {
         if (CopyInOnePass(*plan, working, width)) return WorkingCopyRead::OnePass;
     }
     // A failed read may have left part of the copy written; the whole-band
     // read writes all of it again.
-    CopyBandByBand(input, working, width, height);
+    CopyBandByBand(input, working, width, height, heapBytes);
     return WorkingCopyRead::PerBand;
 }
 

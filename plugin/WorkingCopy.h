@@ -1,6 +1,10 @@
 // The reduced Float32 copy of the input that the clustering runs on.
 #pragma once
 
+#include "ReducedRead.h"
+
+#include <cstddef>
+
 class GDALDataset;
 
 namespace isodata {
@@ -15,8 +19,10 @@ enum class WorkingCopyRead {
 // same number of working. The pixels are those a whole-band nearest-neighbour
 // RasterIO into a width x height Float32 buffer gives, overview choice
 // included. Inputs whose reads GDAL's driver may resample in its own way are
-// copied band by band with exactly that RasterIO. Transfer errors are not
-// reported.
-WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height);
+// copied band by band with exactly that RasterIO, into ordinary memory up to
+// heapBytes a band and into a mapped scratch file beside working beyond.
+// Transfer errors are not reported.
+WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
+                                 std::size_t heapBytes = kHeapReadBytes);
 
 } // namespace isodata
