@@ -7,7 +7,7 @@
 // --whole reads them as the mask's earlier build did, into buffers of the
 // working copy's size (ValidityReader::ReadMasks), and writes nothing.
 // Prints the valid pixels.
-#include "GdalCache.h"
+#include "GdalSession.h"
 #include "RunDriver.h"
 #include "RunValidity.h"
 
@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string inputPath = argv[argc - 2], folder = argv[argc - 1];
-    isodata_cli::BoundGdalBlockCache();
+    isodata::BoundGdalBlockCache();
     GDALAllRegister();
     GDALDatasetUniquePtr input(GDALDataset::Open(inputPath.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
     if (!input) return 1;
