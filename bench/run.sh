@@ -95,9 +95,16 @@ for size in "${sizes[@]}"; do
   cat "$input" >/dev/null
 
   run_wall=() run_cpu=() run_peak=() floor_wall=() floor_cpu=() floor_peak=()
+  one_wall=() one_cpu=() one_peak=() mem_wall=() mem_cpu=() mem_peak=()
   grass_wall=() grass_cpu=() grass_peak=()
   for ((r = 1; r <= repeats; r++)); do
     echo "bench: ${size} x ${size}, round $r of $repeats"
+    # One thread with the working copy on disk (the plug-in's own path), one
+    # thread with the default memory budget, and every core with it.
+    measure one "$work/time_one_$size.txt" \
+      "$build/bin/isodata" -q -overwrite -threads 1 -mem 0 "${params[@]}" "$input" "$work/classes_$size"
+    measure mem "$work/time_mem_$size.txt" \
+      "$build/bin/isodata" -q -overwrite -threads 1 "${params[@]}" "$input" "$work/classes_$size"
     measure run "$work/time_run_$size.txt" \
       "$build/bin/isodata" -q -overwrite "${params[@]}" "$input" "$work/classes_$size"
     rm -f "$work/floor_$size" "$work/floor_$size.hdr" "$work/floor_$size.aux.xml"
@@ -115,15 +122,19 @@ for size in "${sizes[@]}"; do
   if [ -n "$grass" ]; then
     gw=$(median "${grass_wall[@]}") gp=$(median "${grass_peak[@]}") speedup=$(ratio "$gw" "$rw")
   fi
-  rows+=("$(printf '| %-11s | %8s | %7s | %7s | %8s | %9s | %8s | %8s | %8s |' "${size}x${size}" "$rw" \
-    "$(median "${run_cpu[@]}")" "$(median "${run_peak[@]}")" "$fw" "$(ratio "$rw" "$fw")" "$gw" "$gp" "$speedup")")
+  ow=$(median "${one_wall[@]}") mw=$(median "${mem_wall[@]}")
+  rows+=("$(printf '| %-11s | %7s %4s | %7s %5s | %7s %5s | %6s | %6s | %9s | %7s %5s | %7s |' "${size}x${size}" \
+    "$ow" "$(median "${one_peak[@]}")" "$mw" "$(median "${mem_peak[@]}")" "$rw" "$(median "${run_peak[@]}")" \
+    "$(ratio "$rw" "$ow")" "$fw" "$(ratio "$rw" "$fw")" "$gw" "$gp" "$speedup")")
 done
 
 echo
 echo "$(nproc) cores, $(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1); $(gdalinfo --version)"
 echo "medians of $repeats alternating runs; times in seconds, memory as peak resident MB"
 echo
-printf '| %-11s | %8s | %7s | %7s | %8s | %9s | %8s | %8s | %8s |\n' workload "run wall" "run CPU" "peak MB" \
-  "floor" "run/floor" "GRASS" "GRASS MB" "speed-up"
-echo "|-------------|----------|---------|---------|----------|-----------|----------|----------|----------|"
+printf '| %-11s | %12s | %13s | %13s | %6s | %6s | %9s | %13s | %7s |\n' workload "1 thr, disk" \
+  "1 thr, memory" "all cores" "all/1d" "floor" "all/floor" "GRASS" "speed-up"
+echo "|-------------|--------------|---------------|---------------|--------|--------|-----------|---------------|---------|"
 printf '%s\n' "${rows[@]}"
+echo
+echo "each run column: wall seconds and peak resident MB; all/1d: all cores over one thread on disk"
