@@ -108,7 +108,7 @@ std::vector<OptionRow> Rows() {
                   "ignores the input's own mask and alpha bands.")
             .ByDefault("the input's mask or alpha band, if it has one")
             .Json("mask").Qgis("MASK", "Mask raster (non-zero = valid)", "raster_or_none"),
-        Row({"-model-out"}, &O::modelOut, "<file.json>").Expects("a file name")
+        Row({"-model-out"}, &O::modelOut, "<file.json>").NewUsageLine().Expects("a file name")
             .Help("Also write the classes found as a model file (JSON: centres, colours, statistics), to "
                   "label other rasters with -apply.")
             .Json("model-out").Qgis("MODEL_OUT", "Class model file", "file_out"),
@@ -117,7 +117,7 @@ std::vector<OptionRow> Rows() {
                   "labelling as the run that wrote it, in one pass. The bands and the nodata and mask rule "
                   "come from the model (-srcnodata and -mask still override the rule).")
             .Json("apply"),
-        Row({"-threads"}, &O::threads, "<n>|ALL_CPUS").Default("ALL_CPUS").Expects("a count or ALL_CPUS")
+        Row({"-threads"}, &O::threads, "<n>|ALL_CPUS").NewUsageLine().Default("ALL_CPUS").Expects("a count or ALL_CPUS")
             .Help("Threads the passes over the pixels share out to; the result is the same for every count.")
             .Json("threads"),
         Row({"-mem"}, &O::memory, "<MB>").Expects("a number of megabytes")
