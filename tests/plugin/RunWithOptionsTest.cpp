@@ -268,34 +268,6 @@ TEST_F(RunWithOptionsTest, DeclaredNodataCanBeReplacedOrIgnored) {
     EXPECT_EQ(again.reports, border.reports);
 }
 
-// Excluding whole bottom blocks leaves what a run on the image without them
-// sees: the same samples, members, centres and pixel count for the mean
-// distance, so the same classes where both have pixels.
-TEST_F(RunWithOptionsTest, ExcludedBottomBlocksClassifyLikeTheImageWithoutThem) {
-    const auto value = [](int band, int x, int y) { return 30.0 * ((x / 11 + y / 13 + band) % 5) + (x * y) % 9; };
-    const std::string whole = dir.File("whole.tif"), top = dir.File("top.tif");
-    WriteScene(whole, {96, 96, 2, GDT_Byte}, value);
-    WriteScene(top, {96, 64, 2, GDT_Byte}, value);
-    stInfoClassificationISO record = Record(whole, 2);
-    record.minClassPixels = 1500;  // the split then turns on the overall mean distance
-    record.stdDevThreshold = 1.0;
-    record.initialClassCount = 3;
-    record.desiredClassCount = 7;
-    const Outcome plain = [&] {
-        stInfoClassificationISO r = record;
-        r.inputPath = QString::fromStdString(top);
-        return Run(r, nullptr);
-    }();
-    const std::string mask = dir.File("mask.tif");
-    WriteScene(mask, {96, 96, 1, GDT_Byte}, [](int, int, int y) { return y < 64 ? 1.0 : 0.0; });
-    const stIsodataRunOptions options = MaskOptions(mask);
-    const Outcome masked = Run(record, &options);
-    ASSERT_TRUE(plain.executed && masked.executed);
-    const std::vector<double> topRows(masked.labels.begin(), masked.labels.begin() + 96 * 64);
-    EXPECT_EQ(topRows, plain.labels);
-    EXPECT_EQ(std::set<double>(masked.labels.begin() + 96 * 64, masked.labels.end()), std::set<double>{0.0});
-}
-
 // Threads and a working copy in memory change how fast, never what: the
 // class raster, the figures and the progress reports are those of one thread
 // with the copy on disk.
@@ -347,17 +319,6 @@ TEST_F(RunWithOptionsTest, AMaskThatLeavesNothingRunsNothing) {
     EXPECT_EQ(out.report.workingValidPixels, 0);
     EXPECT_EQ(dir.List(), before);
     EXPECT_EQ(out.reports.back(), std::make_pair(100.0, std::string()));
-}
-
-TEST_F(RunWithOptionsTest, AMaskRasterOfAnotherSizeIsRefusedBeforeAnythingIsWritten) {
-    const std::string input = dir.File("scene.tif");
-    WriteScene(input, {120, 110, 3, GDT_Byte}, Land);
-    const auto before = dir.List();
-    const stIsodataRunOptions options = MaskOptions(MaskRaster(121, 110, false));
-    const Outcome out = Run(Record(input, 3), &options);
-    EXPECT_FALSE(out.executed);
-    EXPECT_EQ(out.report.resultCode, 13);
-    EXPECT_EQ(dir.List().size(), before.size() + 1);  // the mask raster alone
 }
 
 // The working copy at full size (shorter side up to 100) and at a quarter
