@@ -7,6 +7,9 @@
 
 #include <cpl_error.h>
 
+#include <string>
+#include <vector>
+
 namespace isodata {
 
 // Registers GDAL's drivers the first time it is called; later calls do nothing.
@@ -33,6 +36,31 @@ public:
 
 private:
     CPLErrorHandlerPusher pusher_;
+};
+
+// GDAL's error handlers belong to a thread: errors raised on a thread of our
+// own would bypass the handler the caller installed (and its count of
+// failures). While alive, a capture keeps the errors raised on its thread;
+// Replay raises them again on the thread that calls it, in order.
+class GdalErrorCapture {
+public:
+    struct Error {
+        CPLErr type;
+        CPLErrorNum number;
+        std::string message;
+    };
+
+    GdalErrorCapture();
+    ~GdalErrorCapture();
+    GdalErrorCapture(const GdalErrorCapture&) = delete;
+    GdalErrorCapture& operator=(const GdalErrorCapture&) = delete;
+
+    std::vector<Error> Take() { return std::move(errors_); }
+    static void Replay(const std::vector<Error>& errors);
+
+private:
+    static void CPL_STDCALL Keep(CPLErr type, CPLErrorNum number, const char* message);
+    std::vector<Error> errors_;
 };
 
 } // namespace isodata

@@ -13,14 +13,21 @@
 //     which are then added up in row order.
 //  4. Once a strip is done, progress advances by 100 / H for each of its rows
 //     and its labels are written to band 1 in one call.
+// With worker threads, the next window is read on a thread of its own while
+// this one is labelled: two windows take turns, and what each holds does not
+// depend on when it was read.
 #include "ResultRaster.h"
 
 #include "BandSlots.h"
 #include "LabelRow.h"
 
+#include <GdalSession.h>
+
 #include <gdal_priv.h>
 
 #include <algorithm>
+#include <future>
+#include <memory>
 
 namespace isodata {
 
@@ -117,29 +124,48 @@ std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDatase
 
 namespace {
 
-// What labelling the rows of one window needs and leaves: the window, its
-// exclusions, per-row counts and moments, and the bytes to write.
+// One window of the input as read: its values, its exclusions (empty without
+// a validity mask) and where it lies.
+struct WindowSlot {
+    WindowSlot(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+               const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules)
+        : reader(source, bandIndices, shape),
+          validity(rules, bandIndices),
+          excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0) {}
+
+    void Load(int left, int top, int width, int rows) {
+        x0 = left, columns = width, count = rows;
+        reader.Read(x0, top, columns, count);
+        if (validity.Any()) validity.ReadMasks(x0, top, columns, count, columns, count, excluded.data());
+    }
+
+    WindowReader reader;
+    ValidityReader validity;
+    std::vector<std::uint8_t> excluded;
+    int x0 = 0, columns = 0, count = 0;
+};
+
+// What labelling the rows of one window needs and leaves: the centres,
+// per-row counts and moments, and the bytes to write.
 struct WindowLabels {
-    const WindowReader& window;
     const LabelCenters& centers;
     bool nonFinite;
-    std::vector<std::uint8_t>& excluded;  // empty without a validity mask
     std::vector<ResultPassReport>& rowTally;
     std::vector<ClassMoments>& rowMoments;
     std::vector<std::uint8_t>& out;
     std::size_t outStride;
 
-    void Row(int r, int x0, int columns, std::vector<const float*>& rows, std::vector<std::int32_t>& labels) const {
-        for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.Row(k, r);
-        const std::size_t n = static_cast<std::size_t>(columns);
-        std::uint8_t* why = excluded.empty() ? nullptr : excluded.data() + static_cast<std::size_t>(r) * n;
+    void Row(WindowSlot& window, int r, std::vector<const float*>& rows, std::vector<std::int32_t>& labels) const {
+        for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.reader.Row(k, r);
+        const std::size_t n = static_cast<std::size_t>(window.columns);
+        std::uint8_t* why = window.excluded.empty() ? nullptr : window.excluded.data() + static_cast<std::size_t>(r) * n;
         ResultPassReport& tally = rowTally[static_cast<std::size_t>(r)];
         if (why && nonFinite) MarkNonFinite(rows.data(), rows.size(), n, why);
         if (why) tally.excluded.Add(why, n);
         LabelRow(rows.data(), n, centers, labels.data(), why, &tally.unclassified);
         rowMoments[static_cast<std::size_t>(r)].AddRow(rows.data(), labels.data(), n);
         // Class numbers above 255 keep their low byte.
-        std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * outStride + static_cast<std::size_t>(x0);
+        std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * outStride + static_cast<std::size_t>(window.x0);
         for (std::size_t x = 0; x < n; ++x) row[x] = static_cast<std::uint8_t>(labels[x]);
     }
 };
@@ -155,6 +181,19 @@ void Accumulate(ResultPassReport& total, ResultPassReport& row) {
     row = ResultPassReport();
 }
 
+// The windows of the pass in order: strips from the top, windows from the left.
+struct WindowPlace {
+    int x0, y0, columns, count;
+};
+
+std::vector<WindowPlace> Windows(WindowShape shape, int width, int height) {
+    std::vector<WindowPlace> places;
+    for (int y0 = 0; y0 < height; y0 += shape.rows)
+        for (int x0 = 0; x0 < width; x0 += shape.columns)
+            places.push_back({x0, y0, std::min(shape.columns, width - x0), std::min(shape.rows, height - y0)});
+    return places;
+}
+
 } // namespace
 
 std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
@@ -165,16 +204,17 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
     const std::size_t w = static_cast<std::size_t>(width);
     const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
-    WindowReader window(source, bandIndices, shape);
-    ValidityReader validity(options.validity, bandIndices);
-    std::vector<std::uint8_t> excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0);
+    const bool ahead = options.pool && options.pool->Threads() > 1;
+    std::vector<std::unique_ptr<WindowSlot>> slots;
+    for (int i = 0; i < (ahead ? 2 : 1); ++i)
+        slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, options.validity));
     ResultPassReport tally;
     ClassMoments moments(centers, options.classStatistics);
     std::vector<ResultPassReport> rowTally(static_cast<std::size_t>(shape.rows));
     std::vector<ClassMoments> rowMoments(static_cast<std::size_t>(shape.rows),
                                          ClassMoments(centers, options.classStatistics));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
-    const WindowLabels labelling{window, centers, validity.NonFinite(), excluded, rowTally, rowMoments, out, w};
+    const WindowLabels labelling{centers, slots[0]->validity.NonFinite(), rowTally, rowMoments, out, w};
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
     GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
 
@@ -182,31 +222,42 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     StageProgress(progress, userData, text).Report(0.0);
     const double step = 100.0 / height;
     double done = 0.0;
-    for (int y0 = 0; y0 < height; y0 += shape.rows) {
-        const int count = std::min(shape.rows, height - y0);
-        for (int x0 = 0; x0 < width; x0 += shape.columns) {
-            const int columns = std::min(shape.columns, width - x0);
-            window.Read(x0, y0, columns, count);
-            if (validity.Any()) validity.ReadMasks(x0, y0, columns, count, columns, count, excluded.data());
-            const Pieces pieces(static_cast<std::size_t>(count), PiecesFor(options.pool));
-            ForEachPiece(options.pool, pieces.count, [&](std::size_t p) {
-                std::vector<const float*> rows(bandIndices.size());
-                std::vector<std::int32_t> labels(static_cast<std::size_t>(columns));
-                for (std::size_t r = pieces.Begin(p); r < pieces.Begin(p + 1); ++r)
-                    labelling.Row(static_cast<int>(r), x0, columns, rows, labels);
-            });
-            for (int r = 0; r < count; ++r) {
-                Accumulate(tally, rowTally[static_cast<std::size_t>(r)]);
-                moments.MergeFrom(rowMoments[static_cast<std::size_t>(r)]);
-            }
+    const std::vector<WindowPlace> places = Windows(shape, width, height);
+    const auto load = [&](std::size_t i) {
+        slots[i % slots.size()]->Load(places[i].x0, places[i].y0, places[i].columns, places[i].count);
+    };
+    // Read on a thread of its own, its GDAL errors raised again here.
+    const auto loadAhead = [&](std::size_t i) {
+        GdalErrorCapture capture;
+        load(i);
+        return capture.Take();
+    };
+    std::future<std::vector<GdalErrorCapture::Error>> next;
+    if (!places.empty() && ahead) next = std::async(std::launch::async, loadAhead, 0);
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        if (ahead) GdalErrorCapture::Replay(next.get());
+        else load(i);
+        if (ahead && i + 1 < places.size()) next = std::async(std::launch::async, loadAhead, i + 1);
+        WindowSlot& window = *slots[i % slots.size()];
+        const Pieces pieces(static_cast<std::size_t>(window.count), PiecesFor(options.pool));
+        ForEachPiece(options.pool, pieces.count, [&](std::size_t p) {
+            std::vector<const float*> rows(bandIndices.size());
+            std::vector<std::int32_t> labels(static_cast<std::size_t>(window.columns));
+            for (std::size_t r = pieces.Begin(p); r < pieces.Begin(p + 1); ++r)
+                labelling.Row(window, static_cast<int>(r), rows, labels);
+        });
+        for (int r = 0; r < window.count; ++r) {
+            Accumulate(tally, rowTally[static_cast<std::size_t>(r)]);
+            moments.MergeFrom(rowMoments[static_cast<std::size_t>(r)]);
         }
-        for (int r = 0; r < count; ++r) {
+        if (i + 1 < places.size() && places[i + 1].y0 == places[i].y0) continue;  // the strip goes on
+        for (int r = 0; r < window.count; ++r) {
             done += step;
             StageProgress(progress, userData, text).Report(done);
         }
         if (targetBand) {
-            const CPLErr ignored = targetBand->RasterIO(GF_Write, 0, y0, width, count, out.data(), width, count,
-                                                        GDT_Byte, 0, 0, nullptr);
+            const CPLErr ignored = targetBand->RasterIO(GF_Write, 0, places[i].y0, width, window.count, out.data(),
+                                                        width, window.count, GDT_Byte, 0, 0, nullptr);
             (void)ignored;
         }
     }
