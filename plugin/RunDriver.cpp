@@ -130,7 +130,7 @@ _ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_
                                : nullptr;
     if (!copy) return _ptr_t<RasterDataset>();
     _ptr_t<RasterDataset> working(new RasterDataset(copy, QString()));
-    WriteWorkingCopy(files.input->GetGDALDataset(), copy, files.width, files.height);
+    WriteWorkingCopy(files.input->GetGDALDataset(), copy, files.width, files.height, kHeapReadBytes, files.pool);
     return working;
 }
 
@@ -145,7 +145,8 @@ _ptr_t<RasterDataset> WorkingCopyOnDisk(const EngineInputs& files, WorkingFileGu
         if (!working) return _ptr_t<RasterDataset>();
         guard.Watch(workingPath);
         CopyGeoreferencing(files.input, working);
-        WriteWorkingCopy(files.input->GetGDALDataset(), working->GetGDALDataset(), files.width, files.height);
+        WriteWorkingCopy(files.input->GetGDALDataset(), working->GetGDALDataset(), files.width, files.height,
+                         kHeapReadBytes, files.pool);
     }  // closing the handle flushes the file
     return KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
 }

@@ -8,6 +8,9 @@
 //  2. For each source block row holding picked rows, read column windows of
 //     whole blocks, all bands at once, and gather the picked pixels.
 //  3. Write the gathered rows of all bands in one call per batch.
+// With worker threads, runs of groups go to the threads, each reading through
+// a handle of its own on the input, and the calling thread writes their
+// batches in row order: the same pixels land in the same rows.
 // Inputs whose driver may pick other pixels, and any failed read, take
 // GDAL's whole-band read of every band instead, into a buffer whose resident
 // pages go back to the kernel as it fills (ReducedRead.h), so memory stays
@@ -15,6 +18,8 @@
 #include "WorkingCopy.h"
 
 #include "ReducedRead.h"
+
+#include <GdalSession.h>
 
 #include <cpl_string.h>
 #include <gdal_priv.h>
@@ -158,6 +163,11 @@ public:
                                     static_cast<std::size_t>(width_);
     }
     void Commit(int rows) { held_ += rows; }
+    // Empties the batch, its next rows to go to working's row first.
+    void StartAt(int first) {
+        first_ = first;
+        held_ = 0;
+    }
 
     // Write errors are not checked, as in the whole-band copy.
     void Write() {
@@ -213,12 +223,74 @@ bool GatherGroup(const Plan& plan, const RowGroup& group, std::vector<float>& wi
     return true;
 }
 
-bool CopyInOnePass(const Plan& plan, GDALDataset* working, int width) {
-    const std::vector<RowGroup> groups = GroupRows(plan);
+// Rows a batch holds: a window's worth, and at least the largest group.
+int BatchRows(const Plan& plan, const std::vector<RowGroup>& groups, int width) {
     const std::size_t rowBytes = plan.bandMap.size() * static_cast<std::size_t>(width) * sizeof(float);
     int capacity = static_cast<int>(std::max<std::size_t>(1, kWindowBytes / rowBytes));
     for (const RowGroup& g : groups) capacity = std::max(capacity, g.end - g.begin);
-    Batch batch(working, plan.bandMap.size(), width, capacity);
+    return capacity;
+}
+
+// Runs of whole groups that fill one batch each: [first, end) of groups.
+std::vector<std::pair<std::size_t, std::size_t>> Runs(const std::vector<RowGroup>& groups, int capacity) {
+    std::vector<std::pair<std::size_t, std::size_t>> runs;
+    for (std::size_t g = 0; g < groups.size();) {
+        std::size_t end = g;
+        for (int rows = 0; end < groups.size() && rows + groups[end].end - groups[end].begin <= capacity; ++end)
+            rows += groups[end].end - groups[end].begin;
+        runs.emplace_back(g, end);
+        g = end;
+    }
+    return runs;
+}
+
+// The one pass with the runs of groups shared out to pool, a few at a time.
+// Each piece reads through a handle of its own (a dataset serves one thread
+// at a time) into a batch of its own; the batches are written here in row
+// order, and GDAL's errors raised on the threads are raised again here.
+bool CopyShared(const Plan& plan, GDALDataset* working, int width, WorkerPool& pool) {
+    const std::vector<RowGroup> groups = GroupRows(plan);
+    const int capacity = BatchRows(plan, groups, width);
+    const auto runs = Runs(groups, capacity);
+    const std::size_t lanes = static_cast<std::size_t>(pool.Threads());
+    std::vector<GDALDatasetUniquePtr> handles(lanes);
+    std::vector<Plan> plans(lanes, plan);
+    std::vector<Batch> batches(lanes, Batch(working, plan.bandMap.size(), width, capacity));
+    for (std::size_t t = 1; t < lanes; ++t) {
+        handles[t].reset(GDALDataset::Open(plan.source->GetDescription(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+        if (!handles[t]) return false;
+        plans[t].source = handles[t].get();
+    }
+    std::vector<std::vector<GdalErrorCapture::Error>> errors(lanes);
+    std::vector<char> ok(lanes);
+    for (std::size_t first = 0; first < runs.size(); first += lanes) {
+        const std::size_t count = std::min(lanes, runs.size() - first);
+        ForEachPiece(&pool, count, [&](std::size_t t) {
+            GdalErrorCapture capture;
+            const auto [begin, end] = runs[first + t];
+            std::vector<float> window;
+            batches[t].StartAt(groups[begin].begin);
+            ok[t] = true;
+            for (std::size_t g = begin; g < end && ok[t]; ++g) {
+                ok[t] = GatherGroup(plans[t], groups[g], window, batches[t]);
+                batches[t].Commit(groups[g].end - groups[g].begin);
+            }
+            errors[t] = capture.Take();
+        });
+        for (std::size_t t = 0; t < count; ++t) {
+            GdalErrorCapture::Replay(errors[t]);
+            if (!ok[t]) return false;
+            batches[t].Write();
+        }
+    }
+    return true;
+}
+
+bool CopyInOnePass(const Plan& plan, GDALDataset* input, GDALDataset* working, int width, WorkerPool* pool) {
+    // Handles of their own can be had on the input, not on an overview it reads.
+    if (pool && pool->Threads() > 1 && plan.source == input) return CopyShared(plan, working, width, *pool);
+    const std::vector<RowGroup> groups = GroupRows(plan);
+    Batch batch(working, plan.bandMap.size(), width, BatchRows(plan, groups, width));
     std::vector<float> window;
     for (const RowGroup& g : groups) {
         batch.Reserve(g.end - g.begin);
@@ -253,9 +325,9 @@ void CopyBandByBand(GDALDataset* input, GDALDataset* working, int width, int hei
 } // namespace
 
 WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
-                                 std::size_t heapBytes) {
+                                 std::size_t heapBytes, WorkerPool* pool) {
     if (const auto plan = MakePlan(input, working, width, height)) {
-        if (CopyInOnePass(*plan, working, width)) return WorkingCopyRead::OnePass;
+        if (CopyInOnePass(*plan, input, working, width, pool)) return WorkingCopyRead::OnePass;
     }
     // A failed read may have left part of the copy written; the whole-band
     // read writes all of it again.

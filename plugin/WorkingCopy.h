@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ReducedRead.h"
+#include "WorkerPool.h"
 
 #include <cstddef>
 
@@ -21,8 +22,9 @@ enum class WorkingCopyRead {
 // included. Inputs whose reads GDAL's driver may resample in its own way are
 // copied band by band with exactly that RasterIO, into ordinary memory up to
 // heapBytes a band and into a mapped scratch file beside working beyond.
-// Transfer errors are not reported.
+// Transfer errors are not reported. With pool, the one-pass read is shared
+// out to its threads; the copy is the same.
 WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
-                                 std::size_t heapBytes = kHeapReadBytes);
+                                 std::size_t heapBytes = kHeapReadBytes, WorkerPool* pool = nullptr);
 
 } // namespace isodata
