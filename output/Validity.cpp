@@ -16,9 +16,6 @@
 
 namespace isodata {
 
-namespace {
-
-// The buffer type that keeps a mask raster's zero apart from every other value.
 GDALDataType ZeroKeepingType(GDALDataType type) {
     switch (type) {
     case GDT_Byte: case GDT_UInt16: case GDT_Int16: case GDT_UInt32: case GDT_Int32: case GDT_Float32:
@@ -29,26 +26,28 @@ GDALDataType ZeroKeepingType(GDALDataType type) {
     }
 }
 
+namespace {
+
 template <class V>
-void MarkZeros(const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why) {
+void MarkZerosOf(const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why) {
     const V* v = static_cast<const V*>(values);
     for (std::size_t i = 0; i < n; ++i)
         if (v[i] == V(0)) why[i] |= bit;
 }
 
+} // namespace
+
 void MarkZeros(GDALDataType type, const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why) {
     switch (type) {
-    case GDT_Byte: return MarkZeros<std::uint8_t>(values, n, bit, why);
-    case GDT_UInt16: return MarkZeros<std::uint16_t>(values, n, bit, why);
-    case GDT_Int16: return MarkZeros<std::int16_t>(values, n, bit, why);
-    case GDT_UInt32: return MarkZeros<std::uint32_t>(values, n, bit, why);
-    case GDT_Int32: return MarkZeros<std::int32_t>(values, n, bit, why);
-    case GDT_Float32: return MarkZeros<float>(values, n, bit, why);
-    default: return MarkZeros<double>(values, n, bit, why);
+    case GDT_Byte: return MarkZerosOf<std::uint8_t>(values, n, bit, why);
+    case GDT_UInt16: return MarkZerosOf<std::uint16_t>(values, n, bit, why);
+    case GDT_Int16: return MarkZerosOf<std::int16_t>(values, n, bit, why);
+    case GDT_UInt32: return MarkZerosOf<std::uint32_t>(values, n, bit, why);
+    case GDT_Int32: return MarkZerosOf<std::int32_t>(values, n, bit, why);
+    case GDT_Float32: return MarkZerosOf<float>(values, n, bit, why);
+    default: return MarkZerosOf<double>(values, n, bit, why);
     }
 }
-
-} // namespace
 
 void ExclusionCounts::Add(const std::uint8_t* why, std::size_t n) {
     for (std::size_t i = 0; i < n; ++i) {

@@ -5,6 +5,8 @@
 // result pass read the same rules, at reduced and at full size.
 #pragma once
 
+#include <gdal.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -55,6 +57,13 @@ private:
     std::vector<std::uint8_t> byteRow_;
     std::vector<double> valueRow_;
 };
+
+// The buffer type a mask raster's band is read in: one that keeps its zero
+// apart from every other value (its own type; a double for the others).
+GDALDataType ZeroKeepingType(GDALDataType type);
+
+// Sets bit in why[i] for i < n where values (n values of type) are 0.
+void MarkZeros(GDALDataType type, const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why);
 
 // Sets the non-finite bit of why[x] for x < n when one of the rows holds NaN
 // or an infinity there.

@@ -139,37 +139,6 @@ MaskSources MaskSourcesOf(const ValidityRules& rules, const std::vector<std::uin
     return sources;
 }
 
-// The buffer type that keeps a mask raster's zero apart from every other
-// value, as ValidityReader reads it.
-GDALDataType ZeroKeepingType(GDALDataType type) {
-    switch (type) {
-    case GDT_Byte: case GDT_UInt16: case GDT_Int16: case GDT_UInt32: case GDT_Int32: case GDT_Float32:
-    case GDT_Float64:
-        return type;
-    default:
-        return GDT_Float64;
-    }
-}
-
-template <class V>
-void MarkZeros(const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why) {
-    const V* v = static_cast<const V*>(values);
-    for (std::size_t i = 0; i < n; ++i)
-        if (v[i] == V(0)) why[i] |= bit;
-}
-
-void MarkZeros(GDALDataType type, const void* values, std::size_t n, std::uint8_t bit, std::uint8_t* why) {
-    switch (type) {
-    case GDT_Byte: return MarkZeros<std::uint8_t>(values, n, bit, why);
-    case GDT_UInt16: return MarkZeros<std::uint16_t>(values, n, bit, why);
-    case GDT_Int16: return MarkZeros<std::int16_t>(values, n, bit, why);
-    case GDT_UInt32: return MarkZeros<std::uint32_t>(values, n, bit, why);
-    case GDT_Int32: return MarkZeros<std::int32_t>(values, n, bit, why);
-    case GDT_Float32: return MarkZeros<float>(values, n, bit, why);
-    default: return MarkZeros<double>(values, n, bit, why);
-    }
-}
-
 // GDAL's nodata mask (0 or 255) of width x rows values of type, the strip of
 // a band whose nodata value is that of band: the mask band of an in-memory
 // band over the values, so that GDAL's own comparison decides.
