@@ -88,7 +88,7 @@ void StatisticsTable(std::ostream& out, const RunReport& r) {
     std::size_t bands = 0;
     for (const ClassFigures& f : r.figures.classes) bands = std::max(bands, f.mean.size());
     if (bands == 0) return;
-    out << "  class  band means (standard deviations)" << (bands > kTableBands ? ", the first bands" : "") << "\n";
+    out << "  class  band mean ± standard deviation" << (bands > kTableBands ? " (the first bands)" : "") << "\n";
     for (const ClassCount& c : s.classes) {
         const ClassFigures* f = FiguresOf(r.figures, c.value);
         if (!f || c.pixels == 0) continue;
@@ -96,7 +96,7 @@ void StatisticsTable(std::ostream& out, const RunReport& r) {
         std::snprintf(line, sizeof line, "  %5d ", c.value);
         out << line;
         for (std::size_t k = 0; k < std::min(bands, f->mean.size()) && k < kTableBands; ++k) {
-            std::snprintf(line, sizeof line, " %9.4g (%.3g)", f->mean[k], f->stddev[k]);
+            std::snprintf(line, sizeof line, " %9.4g ±%-8.3g", f->mean[k], f->stddev[k]);
             out << line;
         }
         out << "\n";
