@@ -261,7 +261,7 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassifica
         DatasetFactory::Instance()->OpenDataset(record.inputPath, KalDataSource::OpenReadOnly));
     if (!files.input) return RunResult::InputNotOpened;
     RunValidity validity;
-    if (!validity.Open(files.input->GetGDALDataset(), options)) return RunResult::MaskUnusable;
+    if (!validity.Open(files.input->GetGDALDataset(), options, record.bandIndices)) return RunResult::MaskUnusable;
     files.resultPass.validity = validity.Rules();
     files.resultPass.classStatistics = options.classStatistics;
     EngineReport engineReport;

@@ -253,12 +253,30 @@ std::int64_t WriteFlags(ReducedBuffer& why, const ReducedGrid& grid, const QStri
     return written ? valid : -1;
 }
 
+bool AnyFloatingBand(GDALDataset* ds, const std::vector<std::int32_t>& bandIndices) {
+    for (std::int32_t index : bandIndices)
+        if (index >= 0 && index < ds->GetRasterCount() &&
+            GDALDataTypeIsFloating(ds->GetRasterBand(index + 1)->GetRasterDataType()))
+            return true;
+    return false;
+}
+
+bool AllValid(GDALDataset* ds, const std::vector<std::int32_t>& bandIndices) {
+    for (std::int32_t index : bandIndices)
+        if (index >= 0 && index < ds->GetRasterCount() && ds->GetRasterBand(index + 1)->GetMaskFlags() != GMF_ALL_VALID)
+            return false;
+    return true;
+}
+
 } // namespace
 
-bool RunValidity::Open(GDALDataset* input, const stIsodataRunOptions& options) {
+bool RunValidity::Open(GDALDataset* input, const stIsodataRunOptions& options,
+                       const std::vector<std::int32_t>& bandIndices) {
     rules_ = ValidityRules();
     if (!options.validityMask || !input) return true;
-    rules_.nonFinite = options.excludeNonFinite;
+    // Only a floating-point band can hold NaN or an infinity as a float: the
+    // other types convert to finite floats, so for them the rule is idle.
+    rules_.nonFinite = options.excludeNonFinite && AnyFloatingBand(input, bandIndices);
     const bool asDeclared = options.nodata == IsodataNodata::Declared && options.datasetMasks;
     if (asDeclared) {
         rules_.maskBandsOf = input;
@@ -267,6 +285,8 @@ bool RunValidity::Open(GDALDataset* input, const stIsodataRunOptions& options) {
         if (!virtualCopy_) return false;
         rules_.maskBandsOf = virtualCopy_.get();
     }
+    // Mask bands that are all valid exclude nothing.
+    if (AllValid(rules_.maskBandsOf, bandIndices)) rules_.maskBandsOf = nullptr;
     if (!options.maskRasterPath.isEmpty()) {
         const QByteArray path = options.maskRasterPath.toUtf8();
         maskRaster_.reset(GDALDataset::Open(path.constData(), GDAL_OF_RASTER | GDAL_OF_READONLY));

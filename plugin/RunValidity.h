@@ -22,7 +22,10 @@ public:
     // copy of the input when its nodata values or dataset masks are to be
     // taken otherwise than GDAL reports them. False when the mask raster
     // cannot be opened or is not the input's size, or no copy can be made.
-    bool Open(GDALDataset* input, const stIsodataRunOptions& options);
+    // Rules that cannot exclude anything for the chosen bands (no floating
+    // band to hold NaN, mask bands that are all valid) are left off, so such
+    // a run is the plain run.
+    bool Open(GDALDataset* input, const stIsodataRunOptions& options, const std::vector<std::int32_t>& bandIndices);
 
     // The rules in force; none when the options ask for no mask.
     const ValidityRules& Rules() const { return rules_; }
