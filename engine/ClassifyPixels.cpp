@@ -3,11 +3,14 @@
 //
 //  1. Open fresh scratch files and reset the distance and member sums.
 //  2. For every block: read all bands, find each pixel's nearest centre
-//     (NearestCenters; strictly nearer wins, so ties keep the lower cluster;
-//     rows shared out to the worker threads, if any), then in pixel order
-//     count it per block, add its distance to its cluster's sum, add its
-//     band values to its cluster's member sums and append its block-relative
-//     index to its cluster's scratch file.
+//     (NearestCenters; strictly nearer wins, so ties keep the lower cluster),
+//     then in pixel order count it per block, add its distance to its
+//     cluster's sum, add its band values to its cluster's member sums and
+//     append its block-relative index to its cluster's scratch file. Blocks
+//     go in batches (BlockBatch): the blocks of a batch find their nearest
+//     centres side by side on the worker threads, if any; the sums, and the
+//     counts and files, are then two streams in block and pixel order that
+//     may go side by side too.
 //  3. Every cluster's buffered indices reach its file before the next block.
 // A pixel the validity mask excludes joins no cluster: it is not counted,
 // adds to no sum and reaches no file, so every later statistic sees valid
@@ -19,6 +22,7 @@
 // While pixels keep going to one cluster its sums are held in registers
 // (RunningSums), which changes nothing about the order of the additions.
 #include "IsodataEngine.h"
+#include "BlockBatch.h"
 #include "NearestCenters.h"
 
 namespace isodata {
@@ -33,21 +37,6 @@ std::vector<T> FlattenCenters(const std::vector<std::vector<T>>& centers, std::s
     for (std::size_t k = 0; k < clusters; ++k)
         for (std::size_t i = 0; i < bands; ++i) flat.push_back(centers[k][i]);
     return flat;
-}
-
-// NearestCenters over the first rows rows of a block, the rows shared out to
-// pool: each pixel's answer depends on that pixel alone.
-template <class T>
-void NearestInPieces(WorkerPool* pool, const std::vector<const T*>& bands, std::size_t rowLength, std::size_t rows,
-                     const std::vector<T>& centres, std::size_t clusters, double* best, double* label) {
-    const Pieces pieces(rows, PiecesFor(pool));
-    ForEachPiece(pool, pieces.count, [&](std::size_t p) {
-        const std::size_t first = pieces.Begin(p) * rowLength, end = pieces.Begin(p + 1) * rowLength;
-        std::vector<const T*> shifted(bands.size());
-        for (std::size_t i = 0; i < bands.size(); ++i) shifted[i] = bands[i] + first;
-        NearestCenters(shifted.data(), bands.size(), end - first, centres.data(), clusters, best + first,
-                       label + first);
-    });
 }
 
 // The distance and member sums of the cluster the last pixel went to, held
@@ -117,48 +106,58 @@ bool IsodataEngine<T>::ClassifyPixels(const StageProgress& stage) {
 
     const std::vector<T> flat = FlattenCenters(centers, clusters, bands);
     const std::size_t rowLength = static_cast<std::size_t>(blockWidth);
-    std::vector<double> best(rowLength * static_cast<std::size_t>(blockHeight));
+    const std::size_t blockPixels = rowLength * static_cast<std::size_t>(blockHeight);
+    BlockBatch<T> batch(bands, blockWidth, blockHeight, 2 * sizeof(double), blockCount);
+    std::vector<double> best(static_cast<std::size_t>(batch.Capacity()) * blockPixels);
     std::vector<double> label(best.size());
-    std::vector<const T*> blockBands(bands);
 
     SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(blockCount));
     progress.Start();
     RunningSums running(distanceSums, memberSums, bands);
-    for (std::uint32_t b = 0; b < blockCount; ++b) {
-        std::vector<std::uint32_t>& counts = blockClassCounts[b];
-        counts.assign(clusters, 0);
-        reader.Read(Block(b));
+    for (std::uint32_t first = 0; first < blockCount; first += batch.Capacity()) {
+        batch.Load(reader, first, std::min(batch.Capacity(), blockCount - first), [this](std::uint32_t b) { return Block(b); });
         // With no cluster left there is nothing to assign, count or record.
-        const std::uint32_t rows = clusters > 0 && b < blockPixelHeights.size() ? blockPixelHeights[b] : 0;
-        const std::uint32_t columns = b < blockPixelWidths.size() ? blockPixelWidths[b] : 0;
-        for (std::size_t i = 0; i < bands; ++i) blockBands[i] = reader.Band(i);
-        const std::uint8_t* valid = reader.Valid();
-        // Whole rows at once: in a partial block the pixels past its edge are
-        // the reader's zero fill, and their results go unused.
-        NearestInPieces(pool, blockBands, rowLength, rows, flat, clusters, best.data(), label.data());
-        // The members in pixel order, twice over: the sums are one stream
-        // of additions and the counts and files another, which touch nothing
-        // in common and may go side by side.
-        const auto members = [&](auto&& visit) {
-            for (std::uint32_t r = 0; r < rows; ++r) {
+        const auto rowsOf = [&](std::uint32_t b) { return clusters > 0 && b < blockPixelHeights.size() ? blockPixelHeights[b] : 0u; };
+        ForEachPiece(pool, batch.Count(), [&](std::size_t j) {
+            std::vector<const T*> blockBands(bands);
+            for (std::size_t i = 0; i < bands; ++i) blockBands[i] = batch.Band(static_cast<std::uint32_t>(j), i);
+            // Whole rows at once: in a partial block the pixels past its edge
+            // are the reader's zero fill, and their results go unused.
+            NearestCenters(blockBands.data(), bands, rowsOf(first + static_cast<std::uint32_t>(j)) * rowLength,
+                           flat.data(), clusters, best.data() + j * blockPixels, label.data() + j * blockPixels);
+        });
+        // The members of the batch in block and pixel order, twice over.
+        const auto members = [&](std::uint32_t j, auto&& visit) {
+            const std::uint32_t b = first + j;
+            const std::uint32_t columns = b < blockPixelWidths.size() ? blockPixelWidths[b] : 0;
+            const std::uint8_t* valid = batch.Valid(j);
+            const double* labels = label.data() + j * blockPixels;
+            for (std::uint32_t r = 0; r < rowsOf(b); ++r) {
                 for (std::uint32_t c = 0; c < columns; ++c) {
                     const std::size_t p = r * rowLength + c;
-                    if (!valid || valid[p]) visit(static_cast<std::size_t>(label[p]), p);
+                    if (!valid || valid[p]) visit(static_cast<std::size_t>(labels[p]), p);
                 }
             }
         };
         ForEachPiece(pool, 2, [&](std::size_t stream) {
-            if (stream == 0) {
-                members([&](std::size_t k, std::size_t p) { running.Add(k, best[p], blockBands, p); });
-                return;
+            for (std::uint32_t j = 0; j < batch.Count(); ++j) {
+                if (stream == 0) {
+                    std::vector<const T*> blockBands(bands);
+                    for (std::size_t i = 0; i < bands; ++i) blockBands[i] = batch.Band(j, i);
+                    const double* bests = best.data() + j * blockPixels;
+                    members(j, [&](std::size_t k, std::size_t p) { running.Add(k, bests[p], blockBands, p); });
+                    continue;
+                }
+                std::vector<std::uint32_t>& counts = blockClassCounts[first + j];
+                counts.assign(clusters, 0);
+                members(j, [&](std::size_t k, std::size_t p) {
+                    ++counts[k];
+                    classFiles.Append(k, static_cast<std::uint32_t>(p));
+                });
+                classFiles.FlushBuffers();
             }
-            members([&](std::size_t k, std::size_t p) {
-                ++counts[k];
-                classFiles.Append(k, static_cast<std::uint32_t>(p));
-            });
-            classFiles.FlushBuffers();
         });
-        progress.Step();
+        for (std::uint32_t j = 0; j < batch.Count(); ++j) progress.Step();
     }
     running.Store();
     memberSumsCurrent = true;

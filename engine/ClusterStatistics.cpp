@@ -33,7 +33,7 @@ void IsodataEngine<T>::ComputeClusterCenters(const StageProgress& stage) {
             sums[c].assign(memberSums.begin() + c * bands, memberSums.begin() + (c + 1) * bands);
     } else {
         VisitClusterMembers(stage, [&](std::size_t c, const std::vector<std::uint32_t>& members,
-                                    const BlockReader<T>& reader) {
+                                    const typename BlockBatch<T>::View& reader) {
             AccumulateMembers(members, reader, sums[c],
                               [](T pixel, std::size_t) { return static_cast<double>(pixel); });
             classPixelCounts[c] += static_cast<std::int32_t>(members.size());

@@ -33,7 +33,7 @@ bool IsodataEngine<T>::SplitClusters(const StageProgress& stage) {
     std::vector<std::vector<double>> sumSquares(clusters, std::vector<double>(bands, 0.0));
 
     VisitClusterMembers(stage, [&](std::size_t c, const std::vector<std::uint32_t>& members,
-                                const BlockReader<T>& reader) {
+                                const typename BlockBatch<T>::View& reader) {
         const std::vector<T>& centre = centers[c];
         // The pixel is the one at each member's index, not at the loop count.
         AccumulateMembers(members, reader, sumSquares[c],
