@@ -13,9 +13,11 @@
 //     which are then added up in row order.
 //  4. Once a strip is done, progress advances by 100 / H for each of its rows
 //     and its labels are written to band 1 in one call.
-// With worker threads, the next window is read on a thread of its own while
-// this one is labelled: two windows take turns, and what each holds does not
-// depend on when it was read.
+// With worker threads, the next windows are read on threads of their own
+// while this one is labelled, each through a handle of its own on the input
+// when no validity mask needs reading too (one reader otherwise); windows
+// take turns in a ring of slots, and what each holds does not depend on when
+// or by whom it was read.
 #include "ResultRaster.h"
 
 #include "BandSlots.h"
@@ -26,6 +28,7 @@
 #include <gdal_priv.h>
 
 #include <algorithm>
+#include <deque>
 #include <future>
 #include <memory>
 
@@ -127,9 +130,10 @@ namespace {
 // One window of the input as read: its values, its exclusions (empty without
 // a validity mask) and where it lies.
 struct WindowSlot {
-    WindowSlot(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+    WindowSlot(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& input,
                const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules)
-        : reader(source, bandIndices, shape),
+        : source(input),
+          reader(source, bandIndices, shape),
           validity(rules, bandIndices),
           excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0) {}
 
@@ -139,11 +143,42 @@ struct WindowSlot {
         if (validity.Any()) validity.ReadMasks(x0, top, columns, count, columns, count, excluded.data());
     }
 
+    KalUtility::_ptr_t<KalDataSource::RasterDataset> source;
     WindowReader reader;
     ValidityReader validity;
     std::vector<std::uint8_t> excluded;
     int x0 = 0, columns = 0, count = 0;
 };
+
+// Readers working ahead of the labelling: one, or up to this many with
+// handles of their own.
+constexpr int kMostReaders = 4;
+
+// The slots of a pass and how many readers fill them: without worker
+// threads one slot and none ahead; with them a ring of readers + 1 slots.
+// Loads run side by side only with several readers, so then every slot
+// reads through a handle of its own; one reader uses the input's own.
+std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+                                               const std::vector<std::uint32_t>& bandIndices, WindowShape shape,
+                                               const ResultPassOptions& options, int& readers) {
+    const bool ahead = options.pool && options.pool->Threads() > 1;
+    readers = !ahead ? 0 : options.validity.Any() ? 1 : std::min(options.pool->Threads(), kMostReaders);
+    std::vector<std::unique_ptr<WindowSlot>> slots;
+    for (int i = 0; i < std::max(readers + 1, 1) && (i < 2 || readers > 1); ++i) {
+        auto handle = source;
+        if (i > 0 && readers > 1)
+            handle = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(source->GetPath(),
+                                                                                  KalDataSource::OpenReadOnly);
+        if (!handle) {  // no second handle: one reader after all
+            readers = 1;
+            slots.resize(1);
+            slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, options.validity));
+            break;
+        }
+        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, options.validity));
+    }
+    return slots;
+}
 
 // What labelling the rows of one window needs and leaves: the centres,
 // per-row counts and moments, and the bytes to write.
@@ -204,10 +239,8 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
     const std::size_t w = static_cast<std::size_t>(width);
     const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
-    const bool ahead = options.pool && options.pool->Threads() > 1;
-    std::vector<std::unique_ptr<WindowSlot>> slots;
-    for (int i = 0; i < (ahead ? 2 : 1); ++i)
-        slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, options.validity));
+    int readers = 0;
+    const std::vector<std::unique_ptr<WindowSlot>> slots = Slots(source, bandIndices, shape, options, readers);
     ResultPassReport tally;
     ClassMoments moments(centers, options.classStatistics);
     std::vector<ResultPassReport> rowTally(static_cast<std::size_t>(shape.rows));
@@ -232,12 +265,17 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
         load(i);
         return capture.Take();
     };
-    std::future<std::vector<GdalErrorCapture::Error>> next;
-    if (!places.empty() && ahead) next = std::async(std::launch::async, loadAhead, 0);
+    std::deque<std::future<std::vector<GdalErrorCapture::Error>>> loading;  // windows i, i + 1, ... in order
+    std::size_t launched = 0;
     for (std::size_t i = 0; i < places.size(); ++i) {
-        if (ahead) GdalErrorCapture::Replay(next.get());
-        else load(i);
-        if (ahead && i + 1 < places.size()) next = std::async(std::launch::async, loadAhead, i + 1);
+        while (readers > 0 && launched < places.size() && launched < i + static_cast<std::size_t>(readers))
+            loading.push_back(std::async(std::launch::async, loadAhead, launched++));
+        if (readers > 0) {
+            GdalErrorCapture::Replay(loading.front().get());
+            loading.pop_front();
+        } else {
+            load(i);
+        }
         WindowSlot& window = *slots[i % slots.size()];
         const Pieces pieces(static_cast<std::size_t>(window.count), PiecesFor(options.pool));
         ForEachPiece(options.pool, pieces.count, [&](std::size_t p) {
