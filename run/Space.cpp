@@ -67,10 +67,10 @@ SpaceEstimate EstimateSpace(const RunRequest& request) {
 }
 
 std::string ByteCount(std::int64_t bytes) {
-    const char* const units[] = {"bytes", "kB", "MB", "GB", "TB", "PB"};
+    const char* const units[] = {"bytes", "kB", "MB", "GB", "TB", "PB", "EB"};
     double value = static_cast<double>(bytes);
     int unit = 0;
-    for (; value >= 1000.0 && unit < 5; ++unit) value /= 1000.0;
+    for (; value >= 1000.0 && unit < 6; ++unit) value /= 1000.0;
     char text[32];
     if (unit == 0) std::snprintf(text, sizeof text, "%lld bytes", static_cast<long long>(bytes));
     else std::snprintf(text, sizeof text, value < 10.0 ? "%.1f %s" : "%.0f %s", value, units[unit]);
