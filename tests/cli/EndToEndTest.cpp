@@ -241,6 +241,7 @@ TEST_F(BusyTest, FullDiskIsRefusedOrFailsClearlyAndLeavesOnlyWhatWasThere) {
         EXPECT_EQ(r.exitCode, *stage ? 2 : 1) << stage;
         EXPECT_NE(r.err.find(*stage ? "(no space is left in 'disk':" : "run needs 4.4 MB in 'disk', 1.0 MB free there; use --tmpdir"),
                   std::string::npos) << stage << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;  // GDAL's own words only in it
         EXPECT_EQ(dir.List("disk"), Args{"old"}) << stage;
     }
 }
