@@ -6,6 +6,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <OutputFormats.h>
+
 #include <gdal.h>
 
 #include <sstream>
@@ -163,9 +165,17 @@ std::string VersionText() {
 
 std::string OptionsJson() {
     const Options defaults = DefaultOptions();
-    QJsonArray options;
+    QJsonArray options, formats;
     for (const OptionRow& row : OptionTable()) options.append(SpecJson(row, defaults));
-    return QJsonDocument(QJsonObject{{"options", options}}).toJson(QJsonDocument::Indented).toStdString();
+    // What -of accepts with its default options, for a program that offers file types.
+    for (const isodata_run::ExactFormat& format : isodata_run::ExactFormats()) {
+        QJsonArray extensions;
+        for (const std::string& e : format.extensions) extensions.append(QString::fromStdString(e));
+        formats.append(QJsonObject{{"name", QString::fromStdString(format.name)}, {"extensions", extensions}});
+    }
+    return QJsonDocument(QJsonObject{{"options", options}, {"output_formats", formats}})
+        .toJson(QJsonDocument::Indented)
+        .toStdString();
 }
 
 } // namespace isodata_cli
