@@ -138,7 +138,8 @@ std::string RunFolder::PlaceInput(const InputSettings& input, std::string& error
     std::string name = Anchored(path);
     if (sub && !IsVirtualPath(sub->file)) name = sub->With(links + FileNameOf(sub->file));
     else if (!sub && !IsVirtualPath(path)) name = links + FileNameOf(path);
-    const std::string wrapper = FileNameOf(sub ? sub->file : path) + ".vrt";
+    std::string wrapper = FileNameOf(sub ? sub->file : path) + ".vrt";
+    while (Exists(Dir(Part::Input) + "/" + wrapper)) wrapper = "_" + wrapper;  // never written through a link
     return WrapInVrt(name, input.openOptions, Dir(Part::Input) + "/" + wrapper, error) ? wrapper : std::string();
 }
 
