@@ -62,6 +62,7 @@ int ExitCodeOf(const RunReport& report) {
 
 int RunCommand(const Options& options, std::ostream& out, std::ostream& err, bool progressIsTerminal) {
     const Validation v = ValidateRequest(options);
+    if (v.checked.debug && !v.space.folder.empty()) err << "isodata: " << isodata_run::SpaceDetails(v.space) << "\n";
     if (!v.problem.empty()) return Complain(err, v.problem, ExitCode::BadRequest);
     const Options& o = v.checked;
 
@@ -77,7 +78,7 @@ int RunCommand(const Options& options, std::ostream& out, std::ostream& err, boo
         progressStream << "\n" << std::flush;
     const bool published = report.outcome == RunOutcome::Ok || report.outcome == RunOutcome::PreviewFailed;
     if (published && (!o.quiet || o.json))
-        out << (o.json ? FormatJson(report, o) : FormatSummary(report, o)) << std::flush;
+        out << (o.json ? FormatJson(report, o, v.space) : FormatSummary(report, o)) << std::flush;
     if (published) {
         for (const std::string& warning : Warnings(report)) err << "isodata: warning: " << warning << "\n";
         err << std::flush;

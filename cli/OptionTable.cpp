@@ -96,7 +96,11 @@ std::vector<OptionRow> Rows() {
             .AtLeast(0, "a distance is never negative")
             .Help("Cluster centres closer than this (Euclidean distance, in pixel values) may be merged.")
             .Json("merge-dist").Qgis("MERGE_DIST", "Merge distance"),
-        Row({"-srcnodata"}, &O::srcNodata, "<value>|None").NewUsageLine()
+        Row({"-oo"}, &O::openOptions, "<NAME=VALUE>").NewUsageLine().Expects("NAME=VALUE")
+            .Help("Open option of the input's GDAL driver (OVERVIEW_LEVEL=NONE, say); repeat for several. The "
+                  "input is opened with them wherever it is read.")
+            .Json("oo"),
+        Row({"-srcnodata"}, &O::srcNodata, "<value>|None")
             .Expects("a number, several in quotes, or None")
             .Help("Nodata value of the input's bands, replacing the one they declare: one value, or one a "
                   "band (\"0 0 255\"). None ignores declared nodata values, NaN and infinities too. Pixels "
@@ -126,9 +130,11 @@ std::vector<OptionRow> Rows() {
             .ByDefault("a quarter of the physical memory")
             .Json("mem"),
         Row({"-of"}, &O::format, "<format>").NewUsageLine().Default("ENVI").Expects("a GDAL format name")
-            .Help("GDAL format of the output: ENVI, GTiff, COG or any GDAL raster driver that writes files. "
-                  "GTiff and COG are compressed losslessly (DEFLATE) unless -co says otherwise; class names "
-                  "go where the format keeps them (for GeoTIFF, the .aux.xml beside it).")
+            .Help("GDAL format of the output: ENVI, GTiff, COG or any GDAL raster driver that writes files and "
+                  "holds the classes exactly (no JPEG or other lossy compression, no VRT). GTiff and COG are "
+                  "compressed losslessly (DEFLATE) unless -co says otherwise; class names go where the format "
+                  "keeps them (for GeoTIFF, the .aux.xml beside it). The written file is read back and compared "
+                  "with the classes before it is put in place.")
             .Json("of"),
         Row({"-co"}, &O::creationOptions, "<NAME=VALUE>").Expects("NAME=VALUE")
             .Help("Creation option of that format; repeat for several.").Json("co"),

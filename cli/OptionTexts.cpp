@@ -6,6 +6,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <OutputFormats.h>
+
 #include <gdal.h>
 
 #include <sstream>
@@ -70,11 +72,14 @@ std::string RunFolderHelp() {
     return "The run folder: isodata works in a private folder it creates beside the\n"
            "output (or under --tmpdir), holding links to the input's files, the\n"
            "classification's working copy (up to as large as the input: 32-bit values\n"
-           "of every band at full, half or quarter size) and scratch files (4 bytes a\n"
-           "working-copy pixel), and the new result. Only when everything succeeded is\n"
-           "the result moved to <output>; otherwise, or when interrupted, the folder is\n"
-           "removed and no file of yours is changed. A folder left by a killed run is\n"
-           "removed by the next run in the same place. The input's folder is only read.\n\n"
+           "of every band at full, half or quarter size; in memory when -mem allows)\n"
+           "and scratch files (4 bytes a working-copy pixel), and the new result. A\n"
+           "run that would not fit there is refused before anything is written\n"
+           "(--debug shows the figures). Only when everything succeeded is the result\n"
+           "moved to <output>, read back first if converted; otherwise, or when\n"
+           "interrupted, the folder is removed and no file of yours is changed. A\n"
+           "folder left by a killed run is removed by the next run in the same place.\n"
+           "The input's folder is only read.\n\n"
            "Exit status:\n"
            "  0    the class raster (and preview) were written\n"
            "  1    bad command line or input; nothing was run\n"
@@ -163,9 +168,17 @@ std::string VersionText() {
 
 std::string OptionsJson() {
     const Options defaults = DefaultOptions();
-    QJsonArray options;
+    QJsonArray options, formats;
     for (const OptionRow& row : OptionTable()) options.append(SpecJson(row, defaults));
-    return QJsonDocument(QJsonObject{{"options", options}}).toJson(QJsonDocument::Indented).toStdString();
+    // What -of accepts with its default options, for a program that offers file types.
+    for (const isodata_run::ExactFormat& format : isodata_run::ExactFormats()) {
+        QJsonArray extensions;
+        for (const std::string& e : format.extensions) extensions.append(QString::fromStdString(e));
+        formats.append(QJsonObject{{"name", QString::fromStdString(format.name)}, {"extensions", extensions}});
+    }
+    return QJsonDocument(QJsonObject{{"options", options}, {"output_formats", formats}})
+        .toJson(QJsonDocument::Indented)
+        .toStdString();
 }
 
 } // namespace isodata_cli

@@ -25,6 +25,7 @@ struct Options {
     int maxIterations = 0;
     double stdDevThreshold = 0.0;
     double mergeDistance = 0.0;
+    std::vector<std::string> openOptions;  // NAME=VALUE, for the input's driver
     std::string srcNodata;  // "": the input's own; "None"; or values
     std::string mask;       // "": the input's masks; "none"; or a mask raster
     std::string modelOut;   // the model file to write; empty: none

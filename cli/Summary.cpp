@@ -105,7 +105,7 @@ void StatisticsTable(std::ostream& out, const RunReport& r) {
 
 } // namespace
 
-std::string FormatJson(const RunReport& report, const Options& o) {
+std::string FormatJson(const RunReport& report, const Options& o, const isodata_run::SpaceEstimate& space) {
     const ResultSummary& s = report.summary;
     QJsonArray classes;
     for (const ClassCount& c : s.classes) classes.append(ClassJson(c, report));
@@ -122,6 +122,9 @@ std::string FormatJson(const RunReport& report, const Options& o) {
         summary["unclassified_by"] = QJsonObject{{"background", static_cast<double>(report.figures.background)},
                                                  {"non_finite", static_cast<double>(report.figures.nonFinite)},
                                                  {"beyond_reach", static_cast<double>(report.figures.beyondReach)}};
+    summary["space"] = QJsonObject{{"needed", static_cast<double>(space.needed)},
+                                   {"free", static_cast<double>(space.free)},
+                                   {"folder", QString::fromStdString(space.folder)}};
     summary["model"] = o.modelOut.empty() ? QJsonValue() : QJsonValue(QString::fromStdString(o.modelOut));
     return QJsonDocument(summary).toJson(QJsonDocument::Indented).toStdString();
 }

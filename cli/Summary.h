@@ -5,6 +5,8 @@
 #include "Options.h"
 
 #include <RunReport.h>
+#include <Space.h>
+#include <Space.h>
 
 #include <string>
 #include <vector>
@@ -14,7 +16,9 @@ namespace isodata_cli {
 // checked: the options as the checks left them (every band listed, the
 // format as GDAL spells it).
 std::string FormatSummary(const isodata_run::RunReport& report, const Options& checked);
-std::string FormatJson(const isodata_run::RunReport& report, const Options& checked);
+// space: the run folder's need as the checks estimated it.
+std::string FormatJson(const isodata_run::RunReport& report, const Options& checked,
+                       const isodata_run::SpaceEstimate& space);
 
 // What the person should know of a published result that is not a failure:
 // valid pixels left unclassified for a reason they can act on.

@@ -1,8 +1,9 @@
 // Checks a request before the plug-in sees it, in the order a person would
 // fix things: the numbers (against the option table's ranges), the format
-// and its creation options, the input, the output, the preview, then where
-// the run folder goes. The first problem ends the checks; what passes
-// becomes the run's request.
+// and its creation options (it must hold the classes exactly), the input
+// (a file or subdataset, opened with its open options), the output, the
+// preview, then where the run folder goes and whether it has room there.
+// The first problem ends the checks; what passes becomes the run's request.
 //
 // The plug-in passes bad values on unchecked and reports a failure without a
 // reason, so values are checked here. Its working files live in the run
@@ -12,6 +13,7 @@
 #include "OptionTable.h"
 
 #include <GdalSession.h>
+#include <OutputFormats.h>
 #include <Paths.h>
 
 #include <climits>
@@ -34,7 +36,6 @@ using isodata_run::Exists;
 using isodata_run::FileNameOf;
 using isodata_run::FolderIsWritable;
 using isodata_run::FolderOf;
-using isodata_run::IsVirtualPath;
 using isodata_run::ResultFiles;
 using isodata_run::ResultFilesFor;
 using isodata_run::RunRequest;
@@ -71,32 +72,11 @@ std::string CheckFormat(const std::string& format, const std::vector<std::string
     CPLErrorReset();
     const isodata::QuietGdalErrors quiet;
     if (!GDALValidateCreationOptions(driver, list.List())) return std::string("-co: ") + CPLGetLastErrorMsg();
-    return {};
-}
-
-std::string OpenInput(const std::string& path, InputInfo& info) {
-    if (!IsVirtualPath(path) && !Exists(path)) return "input " + Quote(path) + " does not exist";
-    CPLErrorReset();
-    GDALDatasetUniquePtr ds;
-    {
-        const isodata::QuietGdalErrors quiet;
-        ds.reset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
-    }
-    if (!ds) {
-        std::string message = "input " + Quote(path) + " is not a raster GDAL can read";
-        const std::string detail = CPLGetLastErrorMsg();
-        if (!detail.empty()) message += " (" + detail + ")";
-        return message;
-    }
-    info.bandCount = ds->GetRasterCount();
-    info.width = ds->GetRasterXSize();
-    info.height = ds->GetRasterYSize();
-    for (int b = 1; b <= info.bandCount; ++b)
-        info.bandTypes.emplace_back(GDALGetDataTypeName(ds->GetRasterBand(b)->GetRasterDataType()));
-    const CPLStringList files(ds->GetFileList());
-    for (int i = 0; i < files.size(); ++i) info.files.emplace_back(files[i]);
-    if (info.bandCount < 1) return "input " + Quote(path) + " has no raster band";
-    return {};
+    const std::string why = isodata_run::WhyNotExact(shortName, creationOptions);
+    if (why.empty()) return {};
+    std::string named = "-of " + shortName;
+    for (const std::string& option : creationOptions) named += " -co " + option;
+    return named + " cannot hold the class raster exactly (" + why + "); use " + isodata_run::kExactFormats;
 }
 
 // Fills in every band when none was named.
@@ -216,7 +196,7 @@ Validation ValidateRequest(const Options& options) {
     InputInfo input;
     std::string problem = CheckRanges(o);
     if (problem.empty()) problem = CheckFormat(options.format, o.creationOptions, o.format);
-    if (problem.empty()) problem = OpenInput(o.input, input);
+    if (problem.empty()) problem = OpenInput(o.input, o.openOptions, input);
     RunRequest& request = v.request;
     if (problem.empty()) problem = CheckApply(o, input, request);
     if (problem.empty()) problem = CheckBands(o, input);
@@ -229,18 +209,19 @@ Validation ValidateRequest(const Options& options) {
     v.problem = problem;
     if (!problem.empty()) return v;
     const RunRequest settings = request;  // what the checks above filled in
-    request = RequestFor(o, input.files);
+    request = RequestFor(o, input);
     request.mask = settings.mask;
     request.model.applyCentres = settings.model.applyCentres;
     request.threads = settings.threads;
     request.memoryBytes = settings.memoryBytes;
+    v.space = isodata_run::EstimateSpace(request);
+    if (!v.space.Enough()) v.problem = isodata_run::SpaceRefusal(v.space);
     return v;
 }
 
-RunRequest RequestFor(const Options& o, const std::vector<std::string>& inputFiles) {
+RunRequest RequestFor(const Options& o, const InputInfo& input) {
     RunRequest r;
-    r.input = o.input;
-    r.inputFiles = inputFiles;
+    r.input = {o.input, input.files, o.openOptions, input.driver, input.width, input.height, input.bandCount};
     r.output = {o.output, o.format, o.creationOptions, o.previewPath, o.overwrite};
     r.classification = {o.classes,        o.initialClasses,  o.minClassPixels, o.maxMergePairs,
                         o.maxIterations,  o.stdDevThreshold, o.mergeDistance,  {}};

@@ -121,9 +121,8 @@ void CopyRpcSideFile(const EngineInputs& files) {
 // the same pixels as the file, written by the same code, read by every pass
 // without a file in between. Null when it does not fit or cannot be had.
 _ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_t budget) {
-    const std::int64_t bytes = static_cast<std::int64_t>(files.width) * files.height *
-                               files.input->GetBandCount() * static_cast<std::int64_t>(sizeof(float));
-    if (budget <= 0 || bytes > budget) return _ptr_t<RasterDataset>();
+    const std::int64_t bytes = WorkingCopyBytes(files.width, files.height, files.input->GetBandCount());
+    if (!isodata::WorkingCopyInMemory(bytes, budget)) return _ptr_t<RasterDataset>();
     GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
     GDALDataset* copy = memory ? memory->Create("", files.width, files.height, files.input->GetBandCount(),
                                                 GDT_Float32, nullptr)
@@ -163,7 +162,7 @@ RunResult Cluster(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const RunVa
     files.working = WorkingCopyInMemory(files, options.memoryBytes);
     if (!files.working) {
         files.working = WorkingCopyOnDisk(files, guard);
-        if (!guard.Watching()) return RunResult::WorkingCopyFailed;
+        if (!files.working) return RunResult::WorkingCopyFailed;  // not made, or not readable once written
     }
     WorkingFileGuard maskGuard;
     if (validity.Rules().Any()) {
@@ -236,15 +235,6 @@ RunResult RunEngineForWorkingRaster(KalAlgo::IKalAlgo& algorithm, const EngineIn
     default: return RunResult::UnknownPixelType;
     }
 }
-
-double ReductionFactor(int width, int height) {
-    const double shorter = static_cast<double>(width < height ? width : height);
-    if (shorter <= 100.0) return 1.0;
-    if (shorter <= 5000.0) return 0.5;
-    return 0.25;
-}
-
-int ReducedSize(int size, double factor) { return static_cast<int>(size * factor + 0.5); }
 
 RunResult RunClassification(KalAlgo::IKalAlgo& algorithm) {
     return RunClassification(algorithm, boost::any_cast<stInfoClassificationISO>(algorithm.GetParams()),

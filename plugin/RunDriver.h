@@ -4,16 +4,11 @@
 #include "IsodataEngine.h"
 #include "IsodataRun.h"
 #include "RunResult.h"
+#include "WorkingCopySize.h"
 
 #include <KalAlgo.h>
 
 namespace isodata {
-
-// Reduction of the clustering copy by the input's shorter side: 1 up to 100
-// pixels, 0.5 up to 5000, 0.25 beyond.
-double ReductionFactor(int width, int height);
-// Reduced size of one side, rounded half up.
-int ReducedSize(int size, double factor);
 
 // Runs the engine instance for the working raster's pixel type: Success, the
 // type's own failure code (also when the engine refuses the record or throws),

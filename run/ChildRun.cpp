@@ -8,8 +8,11 @@
 //     no result appeared.
 //  3. A run that left no valid pixel, classified none of them, or found no
 //     class, failed too, with its likely cause named.
-//  4. Convert to the asked-for format, then open the result once: count its
-//     classes and draw the preview from the same dataset; write the model.
+//  4. Give the result the input's ground control points where the input is
+//     placed by them alone; convert to the asked-for format (read back and
+//     compared); let an ENVI header name the output, not the run folder.
+//  5. Open the result once: count its classes and draw the preview from the
+//     same dataset; write the model.
 #include "ChildRun.h"
 
 #include "Convert.h"
@@ -20,6 +23,7 @@
 #include "PluginRun.h"
 #include "Preview.h"
 #include "ResultCount.h"
+#include "ResultGeoreferencing.h"
 
 #include <cpl_conv.h>
 #include <gdal_priv.h>
@@ -167,7 +171,9 @@ void Classify(const ChildTask& task, RunListener& listener, const GdalErrorLog& 
     if (!Exists(pluginResult))
         return Fail("classification failed: the plug-in reported success but wrote no '" + out.path + "'");
     std::string error;
-    if (convert && !ConvertResult(pluginResult, result, out.format, out.creationOptions, error))
+    if (!CarryGcps(task.inputName, pluginResult, error) ||
+        (convert && !ConvertResult(pluginResult, result, out.format, out.creationOptions, error)) ||
+        (EQUAL(out.format.c_str(), "ENVI") && !NameEnviHeader(result, FileNameOf(out.path), error)))
         return Fail(error + (errors.SawFullDisk() ? SpaceHint(place) : std::string()));
 
     GDALDatasetUniquePtr classes(GDALDataset::Open(result.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));

@@ -1,8 +1,12 @@
 // Format conversion through GDALDriver::CreateCopy. GDAL keeps the colour
 // table in the file where the format has room for it and puts the category
 // names into its .aux.xml beside it where it has not; both are published.
+// The copy is read back and compared with the plug-in's raster before
+// anything else looks at it, so a format that changed a value never
+// replaces a file.
 #include "Convert.h"
 
+#include "OutputFormats.h"
 #include "Paths.h"
 
 #include <FileNames.h>
@@ -65,6 +69,13 @@ bool ConvertResult(const std::string& envi, const std::string& target, const std
         return false;
     }
     copy.reset();  // closing writes the file and its .aux.xml
+    copy.reset(GDALDataset::Open(target.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    std::string difference = copy ? "" : std::string("it cannot be opened: ") + CPLGetLastErrorMsg();
+    if (!copy || !SameClassRaster(*source, *copy, difference)) {
+        error = "the result written as " + format + " is not the class raster: " + difference;
+        return false;
+    }
+    copy.reset();
     const isodata::RpcSideFiles rpc = isodata::RpcSideFilePaths(envi);
     if (!Exists(rpc.text) && !Exists(rpc.rpb)) return true;
     if (KalDataSource::DatasetFactory::CopyRPCFile(QString::fromStdString(envi), QString::fromStdString(target)))

@@ -101,7 +101,7 @@ std::string EmptyResult(const ResultSummary& summary, const RunFigures& figures)
 }
 
 std::string NothingValidMessage(const RunRequest& request) {
-    return "every pixel of '" + request.input +
+    return "every pixel of '" + request.input.path +
            "' is left out by its nodata values, masks or NaN; nothing was run (see -srcnodata and -mask)";
 }
 
@@ -109,7 +109,7 @@ Model ModelOf(const RunRequest& request, const std::string& input, const stIsoda
               const ResultSummary& summary, const RunFigures& figures) {
     Model m;
     m.tool = std::string("isodata ") + ISODATA_VERSION;
-    m.inputPath = request.input;
+    m.inputPath = request.input.path;
     const GDALDatasetUniquePtr ds = OpenQuietly(input);
     if (ds) m.width = ds->GetRasterXSize(), m.height = ds->GetRasterYSize(), m.bandCount = ds->GetRasterCount();
     for (int index : request.classification.bandIndices) {

@@ -1,18 +1,28 @@
-// GDAL error collection through a pushed handler with user data.
+// GDAL error collection through handlers with user data: pushed for this
+// thread, and GDAL's process-wide one for the threads the plug-in's passes
+// run on, whose errors would otherwise be printed and not counted.
 #include "GdalErrorLog.h"
 
 #include <sys/statvfs.h>
 
+#include <mutex>
 #include <utility>
 
 namespace isodata_run {
 
-GdalErrorLog::GdalErrorLog(Echo echo) : echo_(std::move(echo)) { CPLPushErrorHandlerEx(Handle, this); }
+GdalErrorLog::GdalErrorLog(Echo echo) : echo_(std::move(echo)) {
+    CPLPushErrorHandlerEx(Handle, this);
+    previous_ = CPLSetErrorHandlerEx(Handle, this);
+}
 
-GdalErrorLog::~GdalErrorLog() { CPLPopErrorHandler(); }
+GdalErrorLog::~GdalErrorLog() {
+    CPLSetErrorHandlerEx(previous_, nullptr);
+    CPLPopErrorHandler();
+}
 
 void CPL_STDCALL GdalErrorLog::Handle(CPLErr type, CPLErrorNum number, const char* message) {
     auto* log = static_cast<GdalErrorLog*>(CPLGetErrorHandlerUserData());
+    const std::lock_guard<std::mutex> lock(log->mutex_);
     if (log->echo_) {
         const std::string kind = type == CE_Debug ? "" : type == CE_Warning ? "Warning " : "ERROR ";
         log->echo_(kind.empty() ? std::string(message) : kind + std::to_string(number) + ": " + message);

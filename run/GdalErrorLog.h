@@ -1,11 +1,13 @@
-// Collects the errors GDAL raises while it is installed, instead of letting
-// GDAL print them: a run that raised an error of class Failure or worse is
-// not published, and the person gets one message naming the first error.
+// Collects the errors GDAL raises on any thread while it is installed,
+// instead of letting GDAL print them: a run that raised an error of class
+// Failure or worse is not published, and the person gets one message naming
+// the first error.
 #pragma once
 
 #include <cpl_error.h>
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -36,6 +38,8 @@ private:
     static void CPL_STDCALL Handle(CPLErr type, CPLErrorNum number, const char* message);
 
     Echo echo_;
+    CPLErrorHandler previous_ = nullptr;
+    std::mutex mutex_;  // errors come from every thread of the run
     bool fullDisk_ = false;
     int failures_ = 0;
     std::vector<std::string> kept_;

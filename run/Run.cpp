@@ -109,7 +109,7 @@ RunReport Run(const RunRequest& request, RunListener& listener) {
     const InterruptWatch watch;
     const std::unique_ptr<RunFolder> folder = RunFolder::Create(place, error);
     if (!folder) return Ended(RunOutcome::SetupFailed, error);
-    const std::string inputName = folder->PlaceInput(request.input, request.inputFiles, error);
+    const std::string inputName = folder->PlaceInput(request.input, error);
     if (inputName.empty()) return Ended(RunOutcome::SetupFailed, error);
 
     ChildChannel channel;

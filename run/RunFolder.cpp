@@ -4,24 +4,24 @@
 //     only then renamed to "lock", so a "lock" file that can be locked always
 //     belongs to a dead run.
 //  2. PlaceInput: symbolic links under the files' own names (GDAL finds side
-//     files by name), or a VRT for a virtual path.
+//     files by name); a VRT input copied with its sources anchored; a VRT
+//     standing for a virtual path, a subdataset or an input opened with
+//     open options, since the plug-in opens a plain name without any.
 //  3. Stale folders: "lock" present and lockable, or no "lock" at all and
 //     older than a minute (its run died while setting up).
 #include "RunFolder.h"
 
+#include "InputNames.h"
 #include "Paths.h"
-
-#include <GdalSession.h>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <gdal_priv.h>
-
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <system_error>
 
@@ -56,32 +56,8 @@ bool IsStale(const fs::path& folder) {
     return free;
 }
 
-// An archive path inside a virtual path (/vsizip/scene.zip/a.tif) made
-// absolute, since the run reads it from another folder.
-std::string Anchored(const std::string& input) {
-    const size_t slash = input.find('/', 1);
-    if (slash == std::string::npos || slash + 1 >= input.size() || input[slash + 1] == '/') return input;
-    const std::string inner = input.substr(slash + 1);
-    if (inner.find("://") != std::string::npos) return input;  // a URL
-    return input.substr(0, slash + 1) + fs::absolute(inner).string();
-}
-
-// A VRT in folder standing for a dataset GDAL reaches through a virtual path.
-std::string WrapVirtualInput(const std::string& typed, const std::string& folder, std::string& error) {
-    const std::string input = Anchored(typed);
-    const std::string name = FileNameOf(input) + ".vrt";
-    CPLErrorReset();
-    const isodata::QuietGdalErrors quiet;
-    GDALDatasetUniquePtr source(GDALDataset::Open(input.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
-    GDALDriver* vrt = GetGDALDriverManager()->GetDriverByName("VRT");
-    GDALDatasetUniquePtr copy(source && vrt ? vrt->CreateCopy((folder + "/" + name).c_str(), source.get(), FALSE,
-                                                              nullptr, nullptr, nullptr)
-                                            : nullptr);
-    if (!copy) {
-        error = "cannot refer to '" + input + "' from the run folder: " + CPLGetLastErrorMsg();
-        return {};
-    }
-    return name;
+bool IsAuxXml(const std::string& name) {
+    return name.size() > 8 && name.compare(name.size() - 8, 8, ".aux.xml") == 0;
 }
 
 } // namespace
@@ -121,25 +97,50 @@ std::unique_ptr<RunFolder> RunFolder::Create(const std::string& parent, std::str
     return std::unique_ptr<RunFolder>(new RunFolder(path, fd));
 }
 
-std::string RunFolder::PlaceInput(const std::string& input, const std::vector<std::string>& inputFiles,
-                                  std::string& error) {
-    if (IsVirtualPath(input)) return WrapVirtualInput(input, Dir(Part::Input), error);
-    std::set<std::string> placed;
-    for (const std::string& file : inputFiles) {
+bool RunFolder::LinkFiles(const std::vector<std::string>& files, const std::string& except, std::string& error) {
+    std::set<std::string> placed{except};
+    for (const std::string& file : files) {
         const std::string name = FileNameOf(file);
-        if (!placed.insert(name).second) continue;
+        if (IsVirtualPath(file) || !placed.insert(name).second) continue;
         const std::string target = Dir(Part::Input) + "/" + name;
         std::error_code ec;
-        if (name.size() > 8 && name.compare(name.size() - 8, 8, ".aux.xml") == 0)
+        if (IsAuxXml(name))
             fs::copy_file(file, target, ec);
         else
             fs::create_symlink(fs::absolute(file), target, ec);
         if (ec) {
             error = "cannot link '" + file + "' into the run folder '" + path_ + "': " + ec.message();
-            return {};
+            return false;
         }
     }
-    return FileNameOf(input);
+    return true;
+}
+
+bool RunFolder::PlacesAsLink(const InputSettings& input) {
+    return !IsVirtualPath(input.path) && !SplitSubdatasetName(input.path) && input.openOptions.empty() &&
+           input.driver != "VRT";
+}
+
+std::string RunFolder::PlaceInput(const InputSettings& input, std::string& error) {
+    const std::string& path = input.path;
+    const std::optional<SubdatasetName> sub = IsVirtualPath(path) ? std::nullopt : SplitSubdatasetName(path);
+    std::vector<std::string> files = input.files;
+    if (sub) files.push_back(sub->file);  // a driver may leave it out of its list
+    const bool vrtFile = !sub && !IsVirtualPath(path) && input.driver == "VRT";
+    if (!LinkFiles(files, vrtFile ? FileNameOf(path) : std::string(), error)) return {};
+    if (vrtFile)
+        return CopyVrtWithAnchoredSources(path, Dir(Part::Input) + "/" + FileNameOf(path), error) ? FileNameOf(path)
+                                                                                                  : std::string();
+    if (PlacesAsLink(input)) return FileNameOf(path);
+    // The wrapped dataset is read through the links where there are links;
+    // the child reads it from another folder than this one.
+    const std::string links = fs::absolute(Dir(Part::Input)).string() + "/";
+    std::string name = Anchored(path);
+    if (sub && !IsVirtualPath(sub->file)) name = sub->With(links + FileNameOf(sub->file));
+    else if (!sub && !IsVirtualPath(path)) name = links + FileNameOf(path);
+    std::string wrapper = FileNameOf(sub ? sub->file : path) + ".vrt";
+    while (Exists(Dir(Part::Input) + "/" + wrapper)) wrapper = "_" + wrapper;  // never written through a link
+    return WrapInVrt(name, input.openOptions, Dir(Part::Input) + "/" + wrapper, error) ? wrapper : std::string();
 }
 
 std::vector<std::string> RemoveStaleRunFolders(const std::string& parent) {

@@ -8,6 +8,8 @@
 // it lives, so a folder that nobody holds was left by a killed run.
 #pragma once
 
+#include "RunRequest.h"
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,15 +41,24 @@ public:
     // The path of a file called name in part, as seen from Dir(Part::Input).
     static std::string FromInputDir(Part part, const std::string& name);
 
-    // Makes the input readable from Dir(Part::Input) under its own name, with every
-    // side file GDAL reads for it beside it, and returns that name. Plain
-    // files are linked (GDAL's .aux.xml copied, so that GDAL never writes
-    // through a link into the user's file); a GDAL virtual path gets a VRT
-    // that refers to it. Empty with error set on failure.
-    std::string PlaceInput(const std::string& input, const std::vector<std::string>& inputFiles, std::string& error);
+    // Makes the input readable from Dir(Part::Input) under a plain name, with
+    // every side file GDAL reads for it beside it, and returns that name.
+    // Plain files are linked (GDAL's .aux.xml copied, so that GDAL never
+    // writes through a link into the user's file); a VRT file is copied with
+    // its sources named absolutely, as they are meant from the person's
+    // folder; a GDAL virtual path, a subdataset name or an input with open
+    // options gets a VRT that refers to it (through the links) and carries
+    // the options. Empty with error set on failure.
+    std::string PlaceInput(const InputSettings& input, std::string& error);
+    // Whether PlaceInput links input as it is, so that the plug-in reads it
+    // with its own driver rather than through a VRT.
+    static bool PlacesAsLink(const InputSettings& input);
 
 private:
     RunFolder(std::string path, int lockFd);
+    // Links (or copies) files into Dir(Part::Input), each name once, none
+    // called except.
+    bool LinkFiles(const std::vector<std::string>& files, const std::string& except, std::string& error);
 
     std::string path_;
     int lockFd_;

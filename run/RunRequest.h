@@ -59,9 +59,17 @@ struct ModelSettings {
     std::vector<std::vector<double>> applyCentres;  // non-empty: label with these, class k + 1 in row k
 };
 
+// The input as the host's checks found it.
+struct InputSettings {
+    std::string path;                      // as the person named it: a file, a GDAL virtual path or subdataset name
+    std::vector<std::string> files;        // every file GDAL reads for it
+    std::vector<std::string> openOptions;  // NAME=VALUE for its driver, wherever it is opened
+    std::string driver;                    // GDAL's short name of the driver that opens it
+    int width = 0, height = 0, bands = 0;
+};
+
 struct RunRequest {
-    std::string input;                    // as the person named it; GDAL virtual paths allowed
-    std::vector<std::string> inputFiles;  // every file GDAL reads for the input
+    InputSettings input;
     OutputSettings output;
     ClassificationValues classification;
     MaskSettings mask;

@@ -16,7 +16,7 @@ from qgis.core import (QgsProcessingAlgorithm, QgsProcessingException,
 from qgis.PyQt.QtCore import QCoreApplication
 
 from . import command
-from .classify import ClassifyAlgorithm
+from .classify import ClassifyAlgorithm, ClassRasterDestination
 
 
 def _tr(text):
@@ -52,7 +52,17 @@ class ApplyAlgorithm(QgsProcessingAlgorithm):
         self.addParameter(QgsProcessingParameterRasterLayer(self.INPUT, _tr('Input raster')))
         self.addParameter(QgsProcessingParameterFile(
             self.MODEL, _tr('Class model file'), extension='json'))
-        self.addParameter(QgsProcessingParameterRasterDestination(self.OUTPUT, _tr('Class raster')))
+        formats = self._formats()
+        self.addParameter(ClassRasterDestination(self.OUTPUT, _tr('Class raster'), formats) if formats
+                          else QgsProcessingParameterRasterDestination(self.OUTPUT, _tr('Class raster')))
+
+    def _formats(self):
+        """The formats the command writes exactly, or () when it cannot say."""
+        program = self.locate_executable()
+        try:
+            return command.output_formats(program) if program else ()
+        except command.CommandError:
+            return ()
 
     def processAlgorithm(self, parameters, context, feedback):
         program = self.locate_executable()
@@ -65,12 +75,12 @@ class ApplyAlgorithm(QgsProcessingAlgorithm):
         model = self.parameterAsFile(parameters, self.MODEL, context)
         output = self.parameterAsOutputLayer(parameters, self.OUTPUT, context)
         arguments = [program, '-overwrite', '-json', '-progress-format', 'machine',
-                     '-of', ClassifyAlgorithm.format_for(output), '-apply', model, layer.source(), output]
+                     '-of', ClassifyAlgorithm.format_for(output, self._formats()), '-apply', model, layer.source(), output]
         feedback.pushCommandInfo(shlex.join(arguments))
         try:
             summary = command.run(arguments, feedback)
         except command.CommandError as error:
-            raise QgsProcessingException(_tr('isodata failed: {}').format(error))
+            raise QgsProcessingException(str(error))
         if summary is None:
             feedback.pushInfo(_tr('Cancelled; nothing was written.'))
             return {}

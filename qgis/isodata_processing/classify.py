@@ -10,7 +10,9 @@ processAlgorithm resolve the input layer and the output format (from the
 output file's extension, GeoTIFF when it names none GDAL knows), run the
 command through command.run, and log the class summary it returns. QGIS then
 loads the output, whose colour table and category names give the class
-colours and names.
+colours and names. The output offers only the file types of the formats the
+command writes the classes to exactly (its --options-json lists them); a
+failure is the command's own one-line message.
 
 When the command cannot be found or its option table cannot be read, the
 algorithm shows only its input and output, canExecute says why, and a run is
@@ -40,6 +42,33 @@ NONE_SUFFIX = '_NONE'
 
 def _tr(text):
     return QCoreApplication.translate('ClassifyAlgorithm', text)
+
+
+class ClassRasterDestination(QgsProcessingParameterRasterDestination):
+    """A raster destination that offers only the given formats' extensions,
+    the first format's first extension by default."""
+
+    def __init__(self, name, description, formats):
+        super().__init__(name, description)
+        self.formats = formats
+        self.extensions = []
+        for format_ in formats:
+            self.extensions += [e for e in format_['extensions'] if e not in self.extensions]
+
+    def clone(self):
+        copy = ClassRasterDestination(self.name(), self.description(), self.formats)
+        copy.setFlags(self.flags())
+        copy.setDefaultValue(self.defaultValue())
+        return copy
+
+    def supportedOutputRasterLayerExtensions(self):
+        return list(self.extensions)
+
+    def defaultFileExtension(self):
+        return self.extensions[0]
+
+    def createFileFilter(self):
+        return ';;'.join('{} (*.{})'.format(f['name'], ' *.'.join(f['extensions'])) for f in self.formats)
 
 
 class ClassifyAlgorithm(QgsProcessingAlgorithm):
@@ -82,6 +111,14 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
         except command.CommandError:
             return ()
 
+    def _formats(self):
+        """The formats the command writes exactly, or () when it cannot say."""
+        program = self.locate_executable()
+        try:
+            return command.output_formats(program) if program else ()
+        except command.CommandError:
+            return ()
+
     def _parameter(self, option):
         name, label, kind = option['qgis_name'], _tr(option['qgis_label']), option.get('qgis_kind')
         if kind == 'text':
@@ -116,8 +153,9 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
                 self.addParameter(QgsProcessingParameterBoolean(
                     option['qgis_name'] + NONE_SUFFIX,
                     _tr("Ignore the input's own mask and alpha bands"), False, optional=True))
-        self.addParameter(QgsProcessingParameterRasterDestination(
-            self.OUTPUT, _tr('Class raster')))
+        formats = self._formats()
+        self.addParameter(ClassRasterDestination(self.OUTPUT, _tr('Class raster'), formats) if formats
+                          else QgsProcessingParameterRasterDestination(self.OUTPUT, _tr('Class raster')))
 
     def canExecute(self):
         program = self.locate_executable()
@@ -148,7 +186,7 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
         try:
             summary = command.run(arguments, feedback)
         except command.CommandError as error:
-            raise QgsProcessingException(_tr('isodata failed: {}').format(error))
+            raise QgsProcessingException(str(error))
         if summary is None:
             feedback.pushInfo(_tr('Cancelled; nothing was written.'))
             return {}
@@ -158,7 +196,7 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
     def _command_line(self, program, parameters, context, source, output):
         # QGIS has already asked before replacing an existing output file.
         arguments = [program, '-overwrite', '-json', '-progress-format', 'machine',
-                     '-of', self.format_for(output)]
+                     '-of', self.format_for(output, self._formats())]
         threads = self._threads(context)
         if threads:
             arguments += ['-threads', str(threads)]
@@ -197,9 +235,14 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
         return threads if threads and threads > 0 else None
 
     @staticmethod
-    def format_for(path):
-        driver = QgsRasterFileWriter.driverForExtension(os.path.splitext(path)[1])
-        return driver or DEFAULT_FORMAT
+    def format_for(path, formats):
+        """The command's format for the extension; QGIS's guess for another
+        (which the command may refuse, saying why); GeoTIFF for none."""
+        extension = os.path.splitext(path)[1].lstrip('.').lower()
+        for format_ in formats:
+            if extension in format_['extensions']:
+                return format_['name']
+        return QgsRasterFileWriter.driverForExtension(extension) or DEFAULT_FORMAT
 
     @staticmethod
     def log_summary(summary, feedback):

@@ -6,7 +6,9 @@ summary on stdout; read both pipes in helper threads so neither can fill up
 and stall the command; on the algorithm's own thread, turn progress lines into
 feedback and poll for cancellation. Cancelling sends SIGTERM and waits: the
 command then removes its private run folder and leaves the user's files as
-they were.
+they were. A failed command's last "isodata: ..." line is its message, raised
+once and never also pushed as feedback; its warnings go to feedback as
+warnings.
 """
 import functools
 import json
@@ -17,6 +19,7 @@ import threading
 
 PROGRESS_LINE = re.compile(r'^progress (\d+(?:\.\d+)?) (.*)$')
 ERROR_PREFIX = 'isodata: '
+WARNING_PREFIX = 'isodata: warning: '
 # How often, in seconds, a run with nothing to say checks for cancellation.
 CANCEL_POLL = 0.2
 
@@ -26,20 +29,31 @@ class CommandError(Exception):
 
 
 @functools.lru_cache(maxsize=None)
-def offered_options(program):
-    """The options the command at `program` offers to QGIS (those with a QGIS
-    parameter name), as its --options-json describes them, in its order.
-    Read once per program; raises CommandError when it cannot be read."""
+def _options_json(program):
+    """The command's --options-json, read once per program; raises
+    CommandError when it cannot be read."""
     try:
         done = subprocess.run([program, '--options-json'], stdin=subprocess.DEVNULL,
                               capture_output=True, text=True, timeout=60)
-        options = json.loads(done.stdout)['options'] if done.returncode == 0 else None
-    except (OSError, subprocess.SubprocessError, ValueError, KeyError) as error:
+        table = json.loads(done.stdout) if done.returncode == 0 else None
+    except (OSError, subprocess.SubprocessError, ValueError) as error:
         raise CommandError('{} --options-json: {}'.format(program, error))
-    if options is None:
+    if not isinstance(table, dict) or 'options' not in table:
         raise CommandError('{} --options-json: {}'.format(
-            program, done.stderr.strip() or 'exit status {}'.format(done.returncode)))
-    return tuple(option for option in options if option.get('qgis_name'))
+            program, done.stderr.strip() or 'no option table (exit status {})'.format(done.returncode)))
+    return table
+
+
+def offered_options(program):
+    """The options the command at `program` offers to QGIS (those with a QGIS
+    parameter name), as its --options-json describes them, in its order."""
+    return tuple(option for option in _options_json(program)['options'] if option.get('qgis_name'))
+
+
+def output_formats(program):
+    """The GDAL formats the command writes the classes to exactly, each with
+    its file extensions: ({'name': 'GTiff', 'extensions': ['tif', 'tiff']}, ...)."""
+    return tuple(_options_json(program).get('output_formats', ()))
 
 
 def _read_lines(stream, lines):
@@ -58,7 +72,9 @@ class _Relay:
     def __init__(self, feedback):
         self.feedback = feedback
         self.stage = None
-        self.errors = []
+        # The latest "isodata: ..." line: the failure message if the command
+        # fails, a notice (a stale run folder removed) if more follow.
+        self.last_said = None
 
     def line(self, text):
         match = PROGRESS_LINE.match(text)
@@ -68,10 +84,19 @@ class _Relay:
             if label != self.stage:
                 self.stage = label
                 self.feedback.pushInfo(label)
+        elif text.startswith(WARNING_PREFIX):
+            self.feedback.pushWarning(text[len(WARNING_PREFIX):])
         elif text.startswith(ERROR_PREFIX):
-            self.errors.append(text[len(ERROR_PREFIX):])
+            self.said_before()
+            self.last_said = text
         elif text:
             self.feedback.pushConsoleInfo(text)
+
+    def said_before(self):
+        """Pushes the latest "isodata: ..." line as a notice: it was no failure."""
+        if self.last_said is not None:
+            self.feedback.pushInfo(self.last_said[len(ERROR_PREFIX):])
+        self.last_said = None
 
 
 def _follow(process, feedback):
@@ -111,7 +136,8 @@ def run(arguments, feedback):
     if relay is None:
         return None
     if status != 0:
-        raise CommandError('\n'.join(relay.errors) or 'exit status {}'.format(status))
+        raise CommandError(relay.last_said or 'isodata exited with status {}'.format(status))
+    relay.said_before()
     try:
         return json.loads(stdout[0])
     except ValueError as error:

@@ -214,18 +214,35 @@ TEST_F(BusyTest, InterruptedAtAnyStageEitherFinishesOrChangesNothing) {
     }
 }
 
-TEST_F(BusyTest, FullDiskFailsClearlyAndLeavesOnlyWhatWasThere) {
-    // Full while writing the working copy, the scratch files or the result.
-    for (const char* size : {"800k", "1400k", "2000k"}) {
-        const Mount disk(dir.File("disk"), "-t tmpfs -o size=" + std::string(size) + " tmpfs");
+// Too small from the start, the run is refused with the figures before
+// anything is written; filled while the working copy, the scratch files or
+// the result are written, it fails saying so. Either way only what was
+// there stays.
+TEST_F(BusyTest, FullDiskIsRefusedOrFailsClearlyAndLeavesOnlyWhatWasThere) {
+    for (const char* stage : {"", isodata::kRunStarted, "iteration 1", isodata::kGeneratingResultFile}) {
+        const Mount disk(dir.File("disk"), std::string("-t tmpfs -o size=") + (*stage ? "16m" : "1m") + " tmpfs");
         if (!disk.made) {
             GTEST_SKIP() << "mounting a small tmpfs needs root; the full-disk case is not tried";
         }
         std::ofstream(dir.File("disk/old")) << "old";
-        const ProcessResult r = Isodata(dir.Path(), {"-q", "-mem", "0", "scene.tif", "disk/classes"});
-        EXPECT_EQ(r.exitCode, 2) << size;
-        EXPECT_NE(r.err.find("(no space is left in 'disk':"), std::string::npos) << size << r.err;
-        EXPECT_EQ(dir.List("disk"), Args{"old"}) << size;
+        const auto Fill = [&] {
+            std::ofstream filler(dir.File("disk/filler"), std::ios::binary);
+            const std::string megabyte(1 << 20, 'x');
+            while (filler.write(megabyte.data(), megabyte.size()).flush()) {
+            }
+        };
+        const ProcessResult r = Isodata(dir.Path(), {"-progress-format", "lines", "-mem", "0", "scene.tif", "disk/classes"},
+                                        *stage ? clitest::Interruption{stage, SIGSTOP, true, Fill} : clitest::Interruption{});
+        fs::remove(dir.File("disk/filler"));
+        if (r.exitCode == 0 && *stage) {  // it ended before the disk was full
+            EXPECT_EQ(testsupport::ReadText(dir.File("disk/classes")), reference);
+            continue;
+        }
+        EXPECT_EQ(r.exitCode, *stage ? 2 : 1) << stage;
+        EXPECT_NE(r.err.find(*stage ? "(no space is left in 'disk':" : "run needs 4.4 MB in 'disk', 1.0 MB free there; use --tmpdir"),
+                  std::string::npos) << stage << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;  // GDAL's own words only in it
+        EXPECT_EQ(dir.List("disk"), Args{"old"}) << stage;
     }
 }
 

@@ -30,6 +30,10 @@ int Watch(pid_t pid, FILE* out, const Interruption& interruption, bool& interrup
     while (waitpid(pid, &status, sent ? 0 : WNOHANG) == 0) {
         if (Contents(out).find(interruption.marker) != std::string::npos) {
             kill(interruption.toGroup ? -pid : pid, interruption.signal);
+            if (interruption.whileStopped) {
+                interruption.whileStopped();
+                kill(interruption.toGroup ? -pid : pid, SIGCONT);
+            }
             sent = interrupted = true;
         } else if (std::chrono::steady_clock::now() > deadline) {
             kill(-pid, SIGKILL);

@@ -2,6 +2,7 @@
 // status and what it printed where, optionally interrupting it mid-run.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,11 +17,13 @@ struct ProcessResult {
 };
 
 // A signal sent once stdout shows marker: to the whole process group, as a
-// terminal sends Ctrl-C, or to the process alone, as kill(1) does.
+// terminal sends Ctrl-C, or to the process alone, as kill(1) does. With
+// SIGSTOP, whileStopped runs before the process is continued.
 struct Interruption {
     std::string marker;
     int signal = 0;
     bool toGroup = false;
+    std::function<void()> whileStopped = {};
 };
 
 // Runs args[0] in workDir with env ("NAME=value") added. Standard input is

@@ -9,8 +9,10 @@ Plan: make a throwaway HOME and install the plug-in into its default profile;
 classify a copy of the sample scene once with the command and once through
 qgis_process (command found on PATH); compare
 pixels, colour table, category names and georeferencing with GDAL; then start
-QGIS in this process, point the provider's setting at the command, and cancel
-a long run at its first progress report.
+QGIS in this process, point the provider's setting at the command, cancel a
+long run at its first progress report, let a run fail and see its message
+reach the feedback once, as the command wrote it, and see that the output
+offers only formats that hold the classes exactly.
 
 Usage: ClassifyAlgorithmTest.py <isodata binary> <source folder>
 Exit status 77 (skipped) when QGIS or its Python bindings are missing.
@@ -115,6 +117,7 @@ def check_cancel_leaves_nothing(isodata, scene, home, work):
     feedback, reports = QgsProcessingFeedback(), []
     feedback.progressChanged.connect(lambda percent: (reports.append(percent), feedback.cancel()))
     results, _ = algorithm.run(parameters, QgsProcessingContext(), feedback)
+    check_failure_and_formats(algorithm, scene, folder)
     plugin.unload()
     app.exitQgis()
 
@@ -122,6 +125,35 @@ def check_cancel_leaves_nothing(isodata, scene, home, work):
     check('OUTPUT' not in results, 'a cancelled run returned an output')
     check(os.listdir(folder) == [], 'a cancelled run left {}'.format(os.listdir(folder)))
     print('cancelled at {:.1f}%, output folder empty'.format(reports[0]))
+
+
+def check_failure_and_formats(algorithm, scene, folder):
+    from qgis.core import QgsProcessingContext, QgsProcessingFeedback
+
+    class Recorder(QgsProcessingFeedback):
+        said = []
+
+        def reportError(self, text, fatal=False):  # noqa: N802 (QGIS's name)
+            self.said.append(text)
+
+        def pushInfo(self, text):  # noqa: N802
+            self.said.append(text)
+
+        def pushWarning(self, text):  # noqa: N802
+            self.said.append(text)
+
+        def pushConsoleInfo(self, text):  # noqa: N802
+            self.said.append(text)
+
+    feedback = Recorder()
+    algorithm.run({'INPUT': scene, 'BANDS': [9], 'OUTPUT': os.path.join(folder, 'c.tif')},
+                  QgsProcessingContext(), feedback)
+    message = "isodata: -b 9: input '{}' has only 6 bands".format(scene)
+    check([m for m in feedback.said if 'only 6 bands' in m] == [message],
+          'the failure reached the feedback as {}'.format(feedback.said))
+    offered = algorithm.parameterDefinition('OUTPUT').supportedOutputRasterLayerExtensions()
+    check('tif' in offered and not {'jpg', 'vrt', 'webp'} & set(offered), 'the output offers {}'.format(offered))
+    print('a failure is reported once, as the command said it; output types offered: ' + ' '.join(offered))
 
 
 def main():

@@ -1,0 +1,39 @@
+// Which GDAL formats hold the class raster exactly: a one-band Byte raster
+// whose pixel values are class numbers, with a colour table and class names,
+// written as a dataset of its own. A format that rounds values (JPEG, lossy
+// WEBP, JPEG 2000 or JPEG XL), expands the colours into bands, or only refers
+// to other data (VRT) would publish something else than the classes found.
+#pragma once
+
+#include <gdal_priv.h>
+
+#include <string>
+#include <vector>
+
+namespace isodata_run {
+
+// Formats that always do, named to a person whose choice is refused.
+inline constexpr const char* kExactFormats = "GTiff, COG or ENVI";
+
+// Why format, a GDAL driver that writes rasters, cannot hold the class
+// raster exactly with creationOptions (the person's, before the defaults
+// CreationOptionsFor adds); empty when it can. Known lossy settings and
+// reference formats are named; any other format that GDAL can write to
+// memory is tried on a small class raster of every value.
+std::string WhyNotExact(const std::string& format, const std::vector<std::string>& creationOptions);
+
+struct ExactFormat {
+    std::string name;                     // GDAL's short name
+    std::vector<std::string> extensions;  // its file extensions, the usual first
+};
+// The formats that hold the class raster with their default options and
+// have a file extension, in GDAL's driver order.
+std::vector<ExactFormat> ExactFormats();
+
+// Whether copy holds what original holds: the size, every pixel, and the
+// colours and class names original has, where copy carries colours or names
+// at all. Otherwise difference says where they part, as "pixel 3, 4 is 2,
+// not 5".
+bool SameClassRaster(GDALDataset& original, GDALDataset& copy, std::string& difference);
+
+} // namespace isodata_run

@@ -1,0 +1,77 @@
+// Which formats hold the class raster exactly, beyond the refusals the
+// command's tests show, and the read-back comparison: a copy that differs in
+// one pixel, colour or name is told apart and the difference named.
+#include "OutputFormats.h"
+
+#include "support/TestSupport.h"
+
+#include <cpl_string.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+using namespace isodata_run;
+
+namespace {
+
+TEST(OutputFormatsTest, LossyOrUnwritableSettingsAreNamedAndLosslessOnesPass) {
+    testsupport::RegisterGdal();
+    const struct { const char* format; std::vector<std::string> options; const char* says; } cases[] = {
+        {"COG", {}, ""},
+        {"PNG", {}, ""},
+        {"JP2OpenJPEG", {}, ""},  // a band with a colour table is written reversibly
+        {"JP2OpenJPEG", {"QUALITY=50"}, "JPEG 2000 loses detail"},
+        {"WEBP", {"LOSSLESS=YES"}, "GDAL cannot write it: WEBP driver doesn't support 1 bands"},
+        {"COG", {"COMPRESS=WEBP", "QUALITY=90"}, "COMPRESS=WEBP loses detail below QUALITY=100"},
+        {"GTiff", {"COMPRESS=LERC", "MAX_Z_ERROR=1"}, "COMPRESS=LERC rounds values"},
+        {"MEM", {}, "MEM keeps the raster in memory and writes no file"},
+    };
+    for (const auto& c : cases) {
+        if (!GetGDALDriverManager()->GetDriverByName(c.format)) continue;
+        const std::string why = WhyNotExact(c.format, c.options);
+        EXPECT_EQ(why.substr(0, std::string(c.says).size()), c.says) << c.format;
+        EXPECT_EQ(why.empty(), !*c.says) << c.format << ": " << why;
+    }
+}
+
+GDALDatasetUniquePtr ClassRaster(int bands = 1) {
+    GDALDatasetUniquePtr ds(GetGDALDriverManager()->GetDriverByName("MEM")->Create("", 3, 2, bands, GDT_Byte, nullptr));
+    GByte pixels[] = {0, 1, 2, 2, 1, 0};
+    GDALRasterBand* band = ds->GetRasterBand(1);
+    EXPECT_EQ(band->RasterIO(GF_Write, 0, 0, 3, 2, pixels, 3, 2, GDT_Byte, 0, 0, nullptr), CE_None);
+    GDALColorTable colours;
+    const GDALColorEntry entries[] = {{0, 0, 0, 255}, {255, 0, 0, 255}, {0, 0, 255, 255}};
+    for (int v = 0; v < 3; ++v) colours.SetColorEntry(v, &entries[v]);
+    band->SetColorTable(&colours);
+    band->SetCategoryNames(CPLStringList(CSLTokenizeString("Unclassified class1 class2")).List());
+    return ds;
+}
+
+TEST(OutputFormatsTest, SameClassRasterNamesTheFirstDifference) {
+    testsupport::RegisterGdal();
+    const GDALDatasetUniquePtr original = ClassRaster();
+    const GDALColorEntry grey{9, 9, 9, 255};
+    const struct { std::function<void(GDALRasterBand*)> change; int bands; const char* says; } cases[] = {
+        {[](GDALRasterBand*) {}, 1, ""},
+        {[](GDALRasterBand* b) {
+             b->SetColorTable(nullptr);
+             b->SetCategoryNames(nullptr);
+         }, 1, ""},
+        {[](GDALRasterBand* b) { GByte v = 2; EXPECT_EQ(b->RasterIO(GF_Write, 1, 1, 1, 1, &v, 1, 1, GDT_Byte, 0, 0, nullptr), CE_None); },
+         1, "pixel 1, 1 is 2, not 1"},
+        {[&](GDALRasterBand* b) { b->GetColorTable()->SetColorEntry(2, &grey); }, 1, "the colour of 2 is 9 9 9, not 0 0 255"},
+        {[](GDALRasterBand* b) { b->SetCategoryNames(CPLStringList(CSLTokenizeString("Unclassified x")).List()); }, 1,
+         "the name of 1 is 'x', not 'class1'"},
+        {[](GDALRasterBand*) {}, 3, "it is 3 x 2 pixels in 3 bands, not 3 x 2 in 1"},
+    };
+    for (const auto& c : cases) {
+        const GDALDatasetUniquePtr copy = ClassRaster(c.bands);
+        c.change(copy->GetRasterBand(1));
+        std::string difference;
+        EXPECT_EQ(SameClassRaster(*original, *copy, difference), !*c.says) << c.says;
+        EXPECT_EQ(difference, c.says);
+    }
+}
+
+} // namespace
