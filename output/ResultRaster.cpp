@@ -133,6 +133,7 @@ struct WindowSlot {
     WindowSlot(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& input,
                const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules)
         : source(input),
+          entries(bandIndices.size()),
           reader(source, bandIndices, shape),
           validity(rules, bandIndices),
           excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0) {}
@@ -140,10 +141,14 @@ struct WindowSlot {
     void Load(int left, int top, int width, int rows) {
         x0 = left, columns = width, count = rows;
         reader.Read(x0, top, columns, count);
-        if (validity.Any()) validity.ReadMasks(x0, top, columns, count, columns, count, excluded.data());
+        if (!validity.Any()) return;
+        std::vector<const float*> planes(entries);
+        for (std::size_t k = 0; k < entries; ++k) planes[k] = reader.Row(k, 0);
+        validity.ReadMasks(x0, top, columns, count, columns, count, excluded.data(), &planes);
     }
 
     KalUtility::_ptr_t<KalDataSource::RasterDataset> source;
+    std::size_t entries;  // bands in the list
     WindowReader reader;
     ValidityReader validity;
     std::vector<std::uint8_t> excluded;

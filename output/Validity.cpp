@@ -8,6 +8,7 @@
 //  3. Non-finite values are found in rows of floats the caller already holds.
 #include "Validity.h"
 
+#include <cpl_string.h>
 #include <gdal_priv.h>
 
 #include <algorithm>
@@ -68,27 +69,86 @@ void ExclusionCounts::Add(const std::uint8_t* why, std::size_t n) {
     byMaskRaster += raster;
 }
 
-ValidityReader::ValidityReader(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices)
-    : rules_(rules) {
-    if (!rules_.maskBandsOf) return;
-    for (std::uint32_t index : bandIndices) {
-        if (index >= static_cast<std::uint32_t>(rules_.maskBandsOf->GetRasterCount())) continue;
-        GDALRasterBand* band = rules_.maskBandsOf->GetRasterBand(static_cast<int>(index) + 1);
-        if (band->GetMaskFlags() == GMF_ALL_VALID) continue;
-        GDALRasterBand* mask = band->GetMaskBand();
-        if (mask && std::find(maskBands_.begin(), maskBands_.end(), mask) == maskBands_.end())
-            maskBands_.push_back(mask);
+bool NoDataMaskOf(GDALRasterBand* band, void* values, GDALDataType type, int width, int rows, std::uint8_t* flags) {
+    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDatasetUniquePtr strip(mem ? mem->Create("", width, rows, 0, type, nullptr) : nullptr);
+    if (!strip) return false;
+    CPLStringList options;
+    char pointer[64] = {};
+    CPLPrintPointer(pointer, values, sizeof(pointer) - 1);
+    options.SetNameValue("DATAPOINTER", pointer);
+    if (strip->AddBand(type, options.List()) != CE_None) return false;
+    GDALRasterBand* copy = strip->GetRasterBand(1);
+    if (copy->SetNoDataValue(band->GetNoDataValue()) != CE_None) return false;
+    return copy->GetMaskBand()->RasterIO(GF_Read, 0, 0, width, rows, flags, width, rows, GDT_Byte, 0, 0, nullptr) ==
+           CE_None;
+}
+
+bool FloatHoldsExactly(GDALDataType type) {
+    return type == GDT_Byte || type == GDT_UInt16 || type == GDT_Int16 || type == GDT_Float32;
+}
+
+namespace {
+
+template <class V>
+void* Narrow(const float* from, std::size_t n, std::vector<double>& buffer) {
+    buffer.resize((n * sizeof(V) + sizeof(double) - 1) / sizeof(double));
+    V* to = reinterpret_cast<V*>(buffer.data());
+    for (std::size_t i = 0; i < n; ++i) to[i] = static_cast<V>(from[i]);
+    return to;
+}
+
+} // namespace
+
+void* AsBandValues(GDALDataType type, const float* values, std::size_t n, std::vector<double>& buffer) {
+    switch (type) {
+    case GDT_Byte: return Narrow<std::uint8_t>(values, n, buffer);
+    case GDT_UInt16: return Narrow<std::uint16_t>(values, n, buffer);
+    case GDT_Int16: return Narrow<std::int16_t>(values, n, buffer);
+    default: return const_cast<float*>(values);
     }
 }
 
-bool ValidityReader::ReadMasks(int x0, int y0, int xSize, int ySize, int columns, int rows, std::uint8_t* why) {
+ValidityReader::ValidityReader(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices)
+    : rules_(rules) {
+    if (!rules_.maskBandsOf) return;
+    for (std::size_t entry = 0; entry < bandIndices.size(); ++entry) {
+        const std::uint32_t index = bandIndices[entry];
+        if (index >= static_cast<std::uint32_t>(rules_.maskBandsOf->GetRasterCount())) continue;
+        GDALRasterBand* band = rules_.maskBandsOf->GetRasterBand(static_cast<int>(index) + 1);
+        const int flags = band->GetMaskFlags();
+        if (flags == GMF_ALL_VALID) continue;
+        GDALRasterBand* mask = band->GetMaskBand();
+        const bool known = std::any_of(maskBands_.begin(), maskBands_.end(),
+                                       [mask](const MaskBand& m) { return m.mask == mask; });
+        if (!mask || known) continue;
+        const bool fromValues = flags == GMF_NODATA && FloatHoldsExactly(band->GetRasterDataType());
+        maskBands_.push_back({mask, fromValues ? band : nullptr, entry});
+    }
+}
+
+bool ValidityReader::MarkFromValues(const MaskBand& m, const float* values, int columns, int rows, std::uint8_t* why) {
+    const std::size_t n = static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows);
+    const GDALDataType type = m.nodataOf->GetRasterDataType();
+    void* native = AsBandValues(type, values, n, valueRow_);
+    if (!NoDataMaskOf(m.nodataOf, native, type, columns, rows, byteRow_.data())) return false;
+    MarkZeros(GDT_Byte, byteRow_.data(), n, kExcludedByMaskBand, why);
+    return true;
+}
+
+bool ValidityReader::ReadMasks(int x0, int y0, int xSize, int ySize, int columns, int rows, std::uint8_t* why,
+                               const std::vector<const float*>* values) {
     const std::size_t n = static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows);
     std::memset(why, 0, n);
     bool ok = true;
     if (!maskBands_.empty()) byteRow_.resize(n);
-    for (GDALRasterBand* mask : maskBands_) {
-        ok = mask->RasterIO(GF_Read, x0, y0, xSize, ySize, byteRow_.data(), columns, rows, GDT_Byte, 0, 0,
-                            nullptr) == CE_None && ok;
+    const bool fullSize = values && columns == xSize && rows == ySize;
+    for (const MaskBand& m : maskBands_) {
+        if (fullSize && m.nodataOf && (*values)[m.entry] &&
+            MarkFromValues(m, (*values)[m.entry], columns, rows, why))
+            continue;
+        ok = m.mask->RasterIO(GF_Read, x0, y0, xSize, ySize, byteRow_.data(), columns, rows, GDT_Byte, 0, 0,
+                              nullptr) == CE_None && ok;
         MarkZeros(GDT_Byte, byteRow_.data(), n, kExcludedByMaskBand, why);
     }
     if (rules_.maskRaster && rules_.maskRaster->GetRasterCount() >= 1) {

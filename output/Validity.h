@@ -49,14 +49,43 @@ public:
     // nearest-neighbour RasterIO picks pixels (reduced when the buffer is
     // smaller). why is columns * rows bytes and is cleared first. False when
     // a read failed; GDAL has raised the error.
-    bool ReadMasks(int x0, int y0, int xSize, int ySize, int columns, int rows, std::uint8_t* why);
+    //
+    // values, when given at full size (columns = xSize, rows = ySize), holds
+    // the window of every chosen band as the caller read it (entry i of the
+    // band list at values[i], rows of columns floats): a nodata mask of a
+    // band whose values floats hold exactly (8- and 16-bit integers, 32-bit
+    // floats) is then GDAL's mask of an in-memory band over those values,
+    // instead of a second read of the band.
+    bool ReadMasks(int x0, int y0, int xSize, int ySize, int columns, int rows, std::uint8_t* why,
+                   const std::vector<const float*>* values = nullptr);
 
 private:
+    struct MaskBand {
+        GDALRasterBand* mask;
+        GDALRasterBand* nodataOf;  // the band a nodata mask compares, when its values suffice; else null
+        std::size_t entry;         // its entry in the band list
+    };
+
+    bool MarkFromValues(const MaskBand& m, const float* values, int columns, int rows, std::uint8_t* why);
+
     ValidityRules rules_;
-    std::vector<GDALRasterBand*> maskBands_;  // distinct mask bands that can exclude something
+    std::vector<MaskBand> maskBands_;  // distinct mask bands that can exclude something
     std::vector<std::uint8_t> byteRow_;
     std::vector<double> valueRow_;
 };
+
+// Whether a float holds every value of type exactly (8- and 16-bit integers,
+// 32-bit floats), so that values read as floats give back the band's own.
+bool FloatHoldsExactly(GDALDataType type);
+
+// n values read as floats back in type (one FloatHoldsExactly accepts), in
+// buffer; returns where they are (values themselves for 32-bit floats).
+void* AsBandValues(GDALDataType type, const float* values, std::size_t n, std::vector<double>& buffer);
+
+// GDAL's nodata mask (0 or 255) of width x rows values of type, as the mask
+// band of a band with band's nodata value gives it: the mask band of an
+// in-memory band over the values, so that GDAL's own comparison decides.
+bool NoDataMaskOf(GDALRasterBand* band, void* values, GDALDataType type, int width, int rows, std::uint8_t* flags);
 
 // The buffer type a mask raster's band is read in: one that keeps its zero
 // apart from every other value (its own type; a double for the others).

@@ -96,6 +96,7 @@ void ForEachStrip(const ReducedGrid& grid, Visit visit) {
 struct MaskBand {
     GDALRasterBand* mask;
     GDALRasterBand* nodataOf;
+    int workingBand = 0;  // the working copy's band whose values the nodata test may take instead; 0: none
 };
 
 struct MaskSources {
@@ -118,7 +119,8 @@ GDALDataType NoDataWorkType(GDALDataType type) {
 
 // The mask bands of the chosen bands that can exclude something, each once
 // (a per-dataset mask serves every band), and the mask raster's band 1.
-MaskSources MaskSourcesOf(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices) {
+MaskSources MaskSourcesOf(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices,
+                          GDALDataset* input) {
     MaskSources sources;
     if (rules.maskBandsOf) {
         for (std::uint32_t index : bandIndices) {
@@ -130,39 +132,51 @@ MaskSources MaskSourcesOf(const ValidityRules& rules, const std::vector<std::uin
             if (!mask || std::any_of(sources.bands.begin(), sources.bands.end(),
                                      [mask](const MaskBand& m) { return m.mask == mask; }))
                 continue;
-            const bool derived = flags == GMF_NODATA && dynamic_cast<GDALNoDataMaskBand*>(mask) &&
-                                 NoDataWorkType(band->GetRasterDataType()) != GDT_Unknown;
-            sources.bands.push_back({mask, derived ? band : nullptr});
+            const bool nodata = flags == GMF_NODATA && dynamic_cast<GDALNoDataMaskBand*>(mask);
+            const bool derived = nodata && NoDataWorkType(band->GetRasterDataType()) != GDT_Unknown;
+            // GDAL's nodata mask of the input, read reduced, compares the values
+            // its band reads at that size: the working copy's own values, which
+            // floats hold exactly for these types.
+            const bool fromCopy = nodata && rules.maskBandsOf == input && FloatHoldsExactly(band->GetRasterDataType());
+            sources.bands.push_back({mask, derived || fromCopy ? band : nullptr,
+                                     fromCopy ? static_cast<int>(index) + 1 : 0});
         }
     }
     if (rules.maskRaster && rules.maskRaster->GetRasterCount() >= 1) sources.raster = rules.maskRaster->GetRasterBand(1);
     return sources;
 }
 
-// GDAL's nodata mask (0 or 255) of width x rows values of type, the strip of
-// a band whose nodata value is that of band: the mask band of an in-memory
-// band over the values, so that GDAL's own comparison decides.
-bool NoDataFlags(GDALRasterBand* band, void* values, GDALDataType type, int width, int rows, std::uint8_t* flags) {
-    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
-    GDALDatasetUniquePtr strip(mem ? mem->Create("", width, rows, 0, type, nullptr) : nullptr);
-    if (!strip) return false;
-    CPLStringList options;
-    char pointer[64] = {};
-    CPLPrintPointer(pointer, values, sizeof(pointer) - 1);
-    options.SetNameValue("DATAPOINTER", pointer);
-    if (strip->AddBand(type, options.List()) != CE_None) return false;
-    GDALRasterBand* copy = strip->GetRasterBand(1);
-    if (copy->SetNoDataValue(band->GetNoDataValue()) != CE_None) return false;
-    return copy->GetMaskBand()->RasterIO(GF_Read, 0, 0, width, rows, flags, width, rows, GDT_Byte, 0, 0, nullptr) ==
-           CE_None;
+// Sets the mask-band bit where GDAL's nodata test fails the working copy's
+// values of the band, a strip at a time.
+void MarkFromWorkingCopy(const MaskBand& source, const ReducedGrid& grid, ReducedBuffer& why, GDALDataset* working) {
+    const std::size_t w = static_cast<std::size_t>(grid.width);
+    const GDALDataType type = source.nodataOf->GetRasterDataType();
+    std::vector<float> values;
+    std::vector<double> native;
+    std::vector<std::uint8_t> flags;
+    ForEachStrip(grid, [&](int y0, int rows) {
+        const std::size_t first = static_cast<std::size_t>(y0) * w, n = static_cast<std::size_t>(rows) * w;
+        values.resize(n);
+        flags.assign(n, 255);
+        const CPLErr readError = working->GetRasterBand(source.workingBand)->RasterIO(
+            GF_Read, 0, y0, grid.width, rows, values.data(), grid.width, rows, GDT_Float32, 0, 0, nullptr);
+        (void)readError;
+        (void)NoDataMaskOf(source.nodataOf, AsBandValues(type, values.data(), n, native), type, grid.width, rows,
+                           flags.data());
+        MarkZeros(GDT_Byte, flags.data(), n, kExcludedByMaskBand, why.Data() + first);
+        why.Release(first, n);
+    });
 }
 
 // Sets the mask-band bit where the mask band read whole at the working
 // copy's size is 0. A nodata mask of a wider band is what GDAL's read gives
 // without its whole-size buffer of the band's values: the band read whole in
 // the same type into bounded memory, then compared a strip at a time.
-void MarkMaskBand(const MaskBand& source, const ReducedGrid& grid, ReducedBuffer& flags, ReducedBuffer& why) {
+void MarkMaskBand(const MaskBand& source, const ReducedGrid& grid, ReducedBuffer& flags, ReducedBuffer& why,
+                  GDALDataset* working) {
     const std::size_t w = static_cast<std::size_t>(grid.width);
+    if (source.workingBand > 0 && source.workingBand <= working->GetRasterCount())
+        return MarkFromWorkingCopy(source, grid, why, working);
     std::unique_ptr<ReducedBuffer> values;
     GDALDataType type = GDT_Unknown;
     if (!source.nodataOf) {
@@ -177,7 +191,7 @@ void MarkMaskBand(const MaskBand& source, const ReducedGrid& grid, ReducedBuffer
     ForEachStrip(grid, [&](int y0, int rows) {
         const std::size_t first = static_cast<std::size_t>(y0) * w, n = static_cast<std::size_t>(rows) * w;
         if (values) {
-            (void)NoDataFlags(source.nodataOf, values->Data() + first * size, type, grid.width, rows,
+            (void)NoDataMaskOf(source.nodataOf, values->Data() + first * size, type, grid.width, rows,
                               flags.Data() + first);
             values->Release(first * size, n * size);
         }
@@ -302,16 +316,16 @@ bool RunValidity::Open(GDALDataset* input, const stIsodataRunOptions& options,
 std::int64_t WriteWorkingMask(const ValidityRules& rules, GDALDataset* input, GDALDataset* working,
                               const std::vector<std::uint32_t>& bandIndices, const QString& path,
                               std::size_t heapBytes) {
-    (void)input;  // the mask bands and the mask raster have its size
+
     const ReducedGrid grid{working->GetRasterXSize(), working->GetRasterYSize(),
                            FolderOf(working->GetDescription()), heapBytes};
     ReducedBuffer why(grid.Pixels(), grid.folder, heapBytes);
     // A failed read has raised its GDAL error, which is the host's to judge,
     // as with every read of the run.
-    const MaskSources sources = MaskSourcesOf(rules, bandIndices);
+    const MaskSources sources = MaskSourcesOf(rules, bandIndices, input);
     if (!sources.bands.empty()) {
         ReducedBuffer flags(grid.Pixels(), grid.folder, heapBytes);  // reused, as GDAL's read leaves it on failure
-        for (const MaskBand& band : sources.bands) MarkMaskBand(band, grid, flags, why);
+        for (const MaskBand& band : sources.bands) MarkMaskBand(band, grid, flags, why, working);
     }
     if (sources.raster) MarkMaskRaster(sources.raster, grid, why);
     if (rules.nonFinite) MarkNonFiniteOf(working, bandIndices, grid, why);
