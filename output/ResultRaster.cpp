@@ -162,25 +162,31 @@ constexpr int kMostReaders = 4;
 // The slots of a pass and how many readers fill them: without worker
 // threads one slot and none ahead; with them a ring of readers + 1 slots.
 // Loads run side by side only with several readers, so then every slot
-// reads through a handle of its own; one reader uses the input's own.
+// reads through a handle of its own, its mask bands too; one reader uses the
+// input's own. Mask bands of another dataset (a virtual copy with other
+// nodata values) or a mask raster keep to one reader.
 std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                                const std::vector<std::uint32_t>& bandIndices, WindowShape shape,
                                                const ResultPassOptions& options, int& readers) {
+    const ValidityRules& rules = options.validity;
+    const bool ownMasks = !rules.maskRaster && (!rules.maskBandsOf || rules.maskBandsOf == source->GetGDALDataset());
     const bool ahead = options.pool && options.pool->Threads() > 1;
-    readers = !ahead ? 0 : options.validity.Any() ? 1 : std::min(options.pool->Threads(), kMostReaders);
+    readers = !ahead ? 0 : !ownMasks ? 1 : std::min(options.pool->Threads(), kMostReaders);
     std::vector<std::unique_ptr<WindowSlot>> slots;
-    for (int i = 0; i < std::max(readers + 1, 1) && (i < 2 || readers > 1); ++i) {
-        auto handle = source;
-        if (i > 0 && readers > 1)
-            handle = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(source->GetPath(),
-                                                                                  KalDataSource::OpenReadOnly);
-        if (!handle) {  // no second handle: one reader after all
+    slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
+    if (readers == 1) slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
+    for (int i = 1; readers > 1 && i <= readers; ++i) {
+        const auto handle = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(source->GetPath(),
+                                                                                       KalDataSource::OpenReadOnly);
+        if (!handle) {  // no other handle: one reader after all
             readers = 1;
             slots.resize(1);
-            slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, options.validity));
+            slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
             break;
         }
-        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, options.validity));
+        ValidityRules own = rules;
+        if (own.maskBandsOf) own.maskBandsOf = handle->GetGDALDataset();
+        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, own));
     }
     return slots;
 }
