@@ -15,8 +15,9 @@ namespace isodata {
 template <class T>
 class BlockBatch {
 public:
-    // Bytes of blocks held at once; bounds the memory whatever the block size.
-    static constexpr std::size_t kBytes = std::size_t{16} << 20;
+    // Bytes of blocks held at once: about what the caches keep, since a batch
+    // is gone through again by every cluster or stream; at least one block.
+    static constexpr std::size_t kBytes = std::size_t{2} << 20;
 
     BlockBatch(std::size_t bands, std::int32_t blockWidth, std::int32_t blockHeight, std::size_t extraBytesPerPixel,
                std::uint32_t blockCount)

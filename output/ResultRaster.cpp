@@ -196,6 +196,7 @@ std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataS
 struct WindowLabels {
     const LabelCenters& centers;
     bool nonFinite;
+    bool figures;  // the caller wants the counts and moments
     std::vector<ResultPassReport>& rowTally;
     std::vector<ClassMoments>& rowMoments;
     std::vector<std::uint8_t>& out;
@@ -208,8 +209,8 @@ struct WindowLabels {
         ResultPassReport& tally = rowTally[static_cast<std::size_t>(r)];
         if (why && nonFinite) MarkNonFinite(rows.data(), rows.size(), n, why);
         if (why) tally.excluded.Add(why, n);
-        LabelRow(rows.data(), n, centers, labels.data(), why, &tally.unclassified);
-        rowMoments[static_cast<std::size_t>(r)].AddRow(rows.data(), labels.data(), n);
+        LabelRow(rows.data(), n, centers, labels.data(), why, figures ? &tally.unclassified : nullptr);
+        if (figures) rowMoments[static_cast<std::size_t>(r)].AddRow(rows.data(), labels.data(), n);
         // Class numbers above 255 keep their low byte.
         std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * outStride + static_cast<std::size_t>(window.x0);
         for (std::size_t x = 0; x < n; ++x) row[x] = static_cast<std::uint8_t>(labels[x]);
@@ -258,7 +259,8 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     std::vector<ClassMoments> rowMoments(static_cast<std::size_t>(shape.rows),
                                          ClassMoments(centers, options.classStatistics));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
-    const WindowLabels labelling{centers, slots[0]->validity.NonFinite(), rowTally, rowMoments, out, w};
+    const WindowLabels labelling{centers, slots[0]->validity.NonFinite(), report != nullptr, rowTally, rowMoments,
+                                 out, w};
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
     GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
 
