@@ -9,31 +9,22 @@ summary it returns. The command checks that the input fits the model.
 """
 import shlex
 
-from qgis.core import (QgsProcessingAlgorithm, QgsProcessingException,
-                       QgsProcessingParameterFile,
-                       QgsProcessingParameterRasterDestination,
+from qgis.core import (QgsProcessingException, QgsProcessingParameterFile,
                        QgsProcessingParameterRasterLayer)
 from qgis.PyQt.QtCore import QCoreApplication
 
 from . import command
-from .classify import ClassifyAlgorithm, ClassRasterDestination
+from .classify import ClassifyAlgorithm, IsodataAlgorithm
 
 
 def _tr(text):
     return QCoreApplication.translate('ApplyAlgorithm', text)
 
 
-class ApplyAlgorithm(QgsProcessingAlgorithm):
+class ApplyAlgorithm(IsodataAlgorithm):
     INPUT = 'INPUT'
     MODEL = 'MODEL'
     OUTPUT = 'OUTPUT'
-
-    def __init__(self, locate_executable):
-        super().__init__()
-        self.locate_executable = locate_executable
-
-    def createInstance(self):
-        return ApplyAlgorithm(self.locate_executable)
 
     def name(self):
         return 'apply'
@@ -52,17 +43,7 @@ class ApplyAlgorithm(QgsProcessingAlgorithm):
         self.addParameter(QgsProcessingParameterRasterLayer(self.INPUT, _tr('Input raster')))
         self.addParameter(QgsProcessingParameterFile(
             self.MODEL, _tr('Class model file'), extension='json'))
-        formats = self._formats()
-        self.addParameter(ClassRasterDestination(self.OUTPUT, _tr('Class raster'), formats) if formats
-                          else QgsProcessingParameterRasterDestination(self.OUTPUT, _tr('Class raster')))
-
-    def _formats(self):
-        """The formats the command writes exactly, or () when it cannot say."""
-        program = self.locate_executable()
-        try:
-            return command.output_formats(program) if program else ()
-        except command.CommandError:
-            return ()
+        self.addParameter(self._class_raster_parameter(self.OUTPUT))
 
     def processAlgorithm(self, parameters, context, feedback):
         program = self.locate_executable()

@@ -71,16 +71,35 @@ class ClassRasterDestination(QgsProcessingParameterRasterDestination):
         return ';;'.join('{} (*.{})'.format(f['name'], ' *.'.join(f['extensions'])) for f in self.formats)
 
 
-class ClassifyAlgorithm(QgsProcessingAlgorithm):
-    INPUT = 'INPUT'
-    OUTPUT = 'OUTPUT'
+class IsodataAlgorithm(QgsProcessingAlgorithm):
+    """What the provider's algorithms share: the command they run, found
+    when they run, and the class raster output in the formats it writes
+    exactly."""
 
     def __init__(self, locate_executable):
         super().__init__()
         self.locate_executable = locate_executable
 
     def createInstance(self):
-        return ClassifyAlgorithm(self.locate_executable)
+        return type(self)(self.locate_executable)
+
+    def _formats(self):
+        """The formats the command writes exactly, or () when it cannot say."""
+        program = self.locate_executable()
+        try:
+            return command.output_formats(program) if program else ()
+        except command.CommandError:
+            return ()
+
+    def _class_raster_parameter(self, name):
+        formats = self._formats()
+        return (ClassRasterDestination(name, _tr('Class raster'), formats) if formats
+                else QgsProcessingParameterRasterDestination(name, _tr('Class raster')))
+
+
+class ClassifyAlgorithm(IsodataAlgorithm):
+    INPUT = 'INPUT'
+    OUTPUT = 'OUTPUT'
 
     def name(self):
         return 'classify'
@@ -108,14 +127,6 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
         program = self.locate_executable()
         try:
             return command.offered_options(program) if program else ()
-        except command.CommandError:
-            return ()
-
-    def _formats(self):
-        """The formats the command writes exactly, or () when it cannot say."""
-        program = self.locate_executable()
-        try:
-            return command.output_formats(program) if program else ()
         except command.CommandError:
             return ()
 
@@ -153,9 +164,7 @@ class ClassifyAlgorithm(QgsProcessingAlgorithm):
                 self.addParameter(QgsProcessingParameterBoolean(
                     option['qgis_name'] + NONE_SUFFIX,
                     _tr("Ignore the input's own mask and alpha bands"), False, optional=True))
-        formats = self._formats()
-        self.addParameter(ClassRasterDestination(self.OUTPUT, _tr('Class raster'), formats) if formats
-                          else QgsProcessingParameterRasterDestination(self.OUTPUT, _tr('Class raster')))
+        self.addParameter(self._class_raster_parameter(self.OUTPUT))
 
     def canExecute(self):
         program = self.locate_executable()
