@@ -1,13 +1,17 @@
-// The command's side of a run: every check first, then the run library with
-// progress drawn as the person asked, then the report in words (or JSON)
-// and an exit status. Each failure is one "isodata: ..." line on err.
+// The command's side of a run: the ranges of the typed numbers, then the
+// run library's checks, the run with progress drawn as the person asked,
+// and the report in words (or JSON) and an exit status. Each failure is one
+// "isodata: ..." line on err, naming the options as the command spells them.
 #include "Command.h"
 
+#include "OptionTable.h"
 #include "ProgressPrinter.h"
 #include "Summary.h"
-#include "Validate.h"
 
+#include <Prepare.h>
 #include <Run.h>
+
+#include <QJsonDocument>
 
 namespace isodata_cli {
 namespace {
@@ -39,7 +43,7 @@ public:
     void RemovedStaleFolder(const std::string& path) override {
         err_ << "isodata: removed the run folder '" << path << "' left by an interrupted run\n";
     }
-    void Progress(double percent, const std::string& stage) override { progress_.Report(percent, stage); }
+    void OnProgress(const isodata_run::Progress& progress) override { progress_.Report(progress); }
     void PluginReturned() override { progress_.Finish(); }
     void GdalMessage(const std::string& line) override { err_ << line << "\n" << std::flush; }
 
@@ -58,32 +62,50 @@ int ExitCodeOf(const RunReport& report) {
     }
 }
 
+// The options as the run will take them: every band listed, the format as
+// GDAL spells it.
+Options AsChecked(Options o, const isodata_run::RunRequest& request) {
+    o.bands.clear();
+    for (int index : request.classification.bandIndices) o.bands.push_back(index + 1);
+    o.format = request.output.format;
+    return o;
+}
+
 } // namespace
 
 int RunCommand(const Options& options, std::ostream& out, std::ostream& err, bool progressIsTerminal) {
-    const Validation v = ValidateRequest(options);
-    if (v.checked.debug && !v.space.folder.empty()) err << "isodata: " << isodata_run::SpaceDetails(v.space) << "\n";
-    if (!v.problem.empty()) return Complain(err, v.problem, ExitCode::BadRequest);
-    const Options& o = v.checked;
+    if (std::string problem = CheckRanges(options); !problem.empty())
+        return Complain(err, problem, ExitCode::BadRequest);
+    isodata_run::RunAsk ask = options;
+    ask.describeParameters = [&options](const isodata_run::RunRequest& request) {
+        return QJsonDocument(ParametersJson(AsChecked(options, request))).toJson(QJsonDocument::Compact).toStdString();
+    };
+    const isodata_run::Prepared prepared = isodata_run::Prepare(ask);
+    if (options.gdalDebug && !prepared.space.folder.empty())
+        err << "isodata: " << isodata_run::SpaceDetails(prepared.space) << "\n";
+    if (prepared.refusal) return Complain(err, RefusalText(*prepared.refusal), ExitCode::BadRequest);
+    const Options o = AsChecked(options, prepared.request);
 
     const ProgressStyle style = StyleFor(o, progressIsTerminal);
     // With -json stdout carries nothing but the JSON.
     std::ostream& progressStream = style == ProgressStyle::Machine || o.json ? err : out;
-    ProgressPrinter progress(progressStream, style, o.maxIterations);
+    ProgressPrinter progress(progressStream, style);
     Listener listener(progress, err);
-    const RunReport report = isodata_run::Run(v.request, listener);
+    const RunReport report = isodata_run::Run(prepared.request, listener);
 
     const int code = ExitCodeOf(report);
     if (report.outcome == RunOutcome::Interrupted && report.interruptedInChild && style == ProgressStyle::Terminal)
         progressStream << "\n" << std::flush;
     const bool published = report.outcome == RunOutcome::Ok || report.outcome == RunOutcome::PreviewFailed;
     if (published && (!o.quiet || o.json))
-        out << (o.json ? FormatJson(report, o, v.space) : FormatSummary(report, o)) << std::flush;
+        out << (o.json ? FormatJson(report, o, prepared.space) : FormatSummary(report, o)) << std::flush;
     if (published) {
-        for (const std::string& warning : Warnings(report)) err << "isodata: warning: " << warning << "\n";
+        for (const isodata_run::Notice& warning : report.warnings)
+            err << "isodata: warning: " << WithRemedies(warning.message, warning.remedies) << "\n";
         err << std::flush;
     }
-    if (report.outcome != RunOutcome::Ok) err << "isodata: " << report.message << "\n" << std::flush;
+    if (report.outcome != RunOutcome::Ok)
+        err << "isodata: " << WithRemedies(report.message, report.remedies) << "\n" << std::flush;
     return code;
 }
 

@@ -7,6 +7,8 @@
 
 #include "Options.h"
 
+#include <RunAsk.h>
+
 #include <QJsonObject>
 #include <QJsonValue>
 
@@ -33,6 +35,9 @@ struct OptionRow {
     double number = 0.0;                  // default of an int or real option
     std::string text;                     // default of a text option
     std::vector<std::pair<std::string, ProgressFormat>> choices;
+    std::vector<std::pair<std::string, double>> words;  // words that stand for a number ("ALL_CPUS" for 0)
+    bool automatic = false;  // the default leaves the value to the run library (null in JSON)
+    isodata_run::AskField ask = isodata_run::AskField::None;  // the run library's name of the setting
     std::optional<double> min, max;
     std::string outOfRange = "is out of range";  // what a value beyond min..max "is"
     std::string why;                             // why the range is what it is
@@ -56,6 +61,19 @@ struct OptionRow {
 
 // In the order of the usage synopsis and of --help.
 const std::vector<OptionRow>& OptionTable();
+
+// How the command names a setting of the run library: the option's main
+// name, "input" or "output" for the file names; empty for the run itself.
+std::string Spelling(isodata_run::AskField field);
+// A message of the run library's with the settings that bear on it, as
+// "<message> (use -overwrite to replace it)".
+std::string WithRemedies(const std::string& message, const std::vector<isodata_run::Remedy>& remedies);
+// A refusal as one line: "-b 7: input 'x' has only 6 bands".
+std::string RefusalText(const isodata_run::Refusal& refusal);
+
+// The complaint about the typed numbers that are out of their range, or
+// nothing when all fit.
+std::string CheckRanges(const Options& options);
 
 // An option's value in options as JSON (null for an empty text or an
 // automatic choice).

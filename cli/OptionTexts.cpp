@@ -7,8 +7,7 @@
 #include <QJsonDocument>
 
 #include <OutputFormats.h>
-
-#include <gdal.h>
+#include <Run.h>
 
 #include <sstream>
 
@@ -116,7 +115,12 @@ QJsonObject SpecJson(const OptionRow& row, const Options& defaults) {
 QJsonValue ValueJson(const OptionRow& row, const Options& o) {
     const auto Text = [](const std::string& s) { return s.empty() ? QJsonValue() : QString::fromStdString(s); };
     if (auto f = std::get_if<bool Options::*>(&row.field)) return o.**f;
-    if (auto f = std::get_if<int Options::*>(&row.field)) return o.**f;
+    if (auto f = std::get_if<int Options::*>(&row.field)) {
+        if (row.automatic && o.**f == row.number) return QJsonValue();
+        for (const auto& [word, number] : row.words)
+            if (o.**f == number) return QString::fromStdString(word);
+        return o.**f;
+    }
     if (auto f = std::get_if<double Options::*>(&row.field)) return o.**f;
     if (auto f = std::get_if<std::string Options::*>(&row.field)) return Text(o.**f);
     if (auto f = std::get_if<ProgressFormat Options::*>(&row.field))
@@ -163,7 +167,7 @@ std::string HelpText() {
 }
 
 std::string VersionText() {
-    return std::string("isodata ") + ISODATA_VERSION + " (" + GDALVersionInfo("--version") + ")";
+    return std::string("isodata ") + ISODATA_VERSION + " (" + isodata_run::GdalVersion() + ")";
 }
 
 std::string OptionsJson() {

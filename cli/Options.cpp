@@ -59,8 +59,20 @@ std::string Expected(const OptionRow& row) {
 }
 
 // Stores one value of row in o; returns the complaint, or nothing.
+// The number a word of row stands for, in any case ("ALL_CPUS", "all_cpus").
+const std::pair<std::string, double>* WordOf(const OptionRow& row, const std::string& value) {
+    for (const auto& word : row.words)
+        if (QString::fromStdString(word.first).compare(QString::fromStdString(value), Qt::CaseInsensitive) == 0)
+            return &word;
+    return nullptr;
+}
+
 std::string Apply(const OptionRow& row, const std::string& value, Options& o) {
     const std::string malformed = row.Shown() + " expects " + Expected(row) + ", got '" + value + "'";
+    if (const auto* word = WordOf(row, value)) {
+        if (auto f = std::get_if<int Options::*>(&row.field)) o.**f = static_cast<int>(word->second);
+        return {};
+    }
     if (auto f = std::get_if<int Options::*>(&row.field)) return ParseWhole(value, o.**f) ? "" : malformed;
     if (auto f = std::get_if<double Options::*>(&row.field)) return ParseReal(value, o.**f) ? "" : malformed;
     if (auto f = std::get_if<std::vector<int> Options::*>(&row.field)) {
@@ -128,6 +140,7 @@ std::string TypedUnknown(const std::vector<std::string>& args, const QString& na
 std::string ApplyOptions(const QCommandLineParser& parser, Options& o) {
     for (const OptionRow& row : OptionTable()) {
         const QString name = QtNames(row).first();
+        if (parser.isSet(name)) o.given.insert(row.Shown());
         if (auto flag = std::get_if<bool Options::*>(&row.field)) o.**flag = parser.isSet(name);
         if (!row.TakesValue()) continue;
         const QStringList values = parser.values(name);

@@ -4,9 +4,8 @@
 
 #include "Options.h"
 
+#include <Prepare.h>
 #include <RunReport.h>
-#include <Space.h>
-#include <Space.h>
 
 #include <string>
 #include <vector>
@@ -19,9 +18,5 @@ std::string FormatSummary(const isodata_run::RunReport& report, const Options& c
 // space: the run folder's need as the checks estimated it.
 std::string FormatJson(const isodata_run::RunReport& report, const Options& checked,
                        const isodata_run::SpaceEstimate& space);
-
-// What the person should know of a published result that is not a failure:
-// valid pixels left unclassified for a reason they can act on.
-std::vector<std::string> Warnings(const isodata_run::RunReport& report);
 
 } // namespace isodata_cli

@@ -3,8 +3,6 @@
 #include "Command.h"
 #include "OptionTable.h"
 
-#include <GdalSession.h>
-
 #include <unistd.h>
 
 #include <iostream>
@@ -13,8 +11,6 @@
 
 int main(int argc, char** argv) {
     using namespace isodata_cli;
-    isodata::BoundGdalBlockCache();
-    isodata::RegisterGdalDrivers();
     const ParseResult parsed = ParseArguments(std::vector<std::string>(argv + 1, argv + argc));
     switch (parsed.status) {
     case ParseStatus::Help: std::cout << HelpText(); return static_cast<int>(ExitCode::Ok);

@@ -39,6 +39,9 @@ std::string ScratchFilePath(const std::string& inputPath, std::uint64_t k);
 // paths of 2048 bytes or more, which a moved result may well have.
 std::string WithoutExtension(const std::string& path);
 
+// GDAL's name of the format the plug-in writes its class raster in.
+inline constexpr const char* kResultFormat = "ENVI";
+
 // The header GDAL's ENVI driver writes beside rasterPath: extension -> "hdr".
 std::string EnviHeaderPath(const std::string& rasterPath);
 

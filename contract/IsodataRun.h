@@ -65,6 +65,10 @@ struct ISODATA_RECORD_API stIsodataClassReport {
     std::vector<double> mean, stddev;  // per chosen band, with classStatistics; deviation over n
 };
 
+// How far, in single-precision city-block distance, the labelling looks
+// for a centre: a pixel with none nearer stays unclassified.
+inline constexpr float kLabellingReach = 1e7f;
+
 // Pixels of the full-size input, counted by the result pass. A pixel that
 // several rules exclude counts once in excludedPixels and under every rule.
 // Of the pixels not excluded, those labelled 0 are counted by why.
@@ -77,7 +81,7 @@ struct ISODATA_RECORD_API stIsodataRunReport {
     std::int64_t workingValidPixels = -1;    // valid pixels of the working copy; -1 without a mask
     std::int64_t backgroundPixels = 0;       // band values summing to zero
     std::int64_t nonFinitePixels = 0;        // a band value NaN or infinite (with no mask to exclude it)
-    std::int64_t beyondReachPixels = 0;      // no centre nearer than the labelling's distance limit (1e7)
+    std::int64_t beyondReachPixels = 0;      // no centre nearer than kLabellingReach
     std::int32_t pixelType = 0;              // pixel-type code the centres were held in (GDAL's numbers)
     std::vector<stIsodataClassReport> classes;  // class k + 1 in entry k
 };

@@ -1,10 +1,12 @@
 // Every text a run shows the host, as English source strings, grouped by the
-// translation context it is looked up in. The plug-in reports them through
-// the progress signal; the command's progress printer recognises them (the
-// round counter inside the growing iteration prefix, the stages it weighs)
-// and the tests' stand-in plug-in reports them as the plug-in does, so all
-// three take them from here.
+// translation context it is looked up in, and what each stage weighs in the
+// whole run. The plug-in reports them through the progress signal; the run
+// library takes them apart (the round counter inside the growing iteration
+// prefix) and weighs them for every host; the tests' stand-in plug-in
+// reports them as the plug-in does, so all three take them from here.
 #pragma once
+
+#include <string>
 
 namespace isodata {
 
@@ -34,5 +36,22 @@ inline constexpr const char* kChoosingCenters = "Select Initial Cluster Center";
 inline constexpr const char* kScratchFilesFailed = "Temporary file creation failed!";
 inline constexpr const char* kGeneratingResultFile = "Generating result file";
 inline constexpr const char* kResultDescription = "ISODATA classification results";
+
+// A stage text taken apart. Inside the iteration loop every stage is
+// prefixed with the rounds so far, run together ("Select Initial Cluster
+// Center1times iteration2times iterationSplit" in round 2); only the last
+// round number and the stage itself are worth showing.
+struct StageText {
+    int iteration = 0;  // 0 outside the loop
+    std::string name;
+};
+StageText ParseStageText(const std::string& text);
+
+// The run's overall progress, 0..100, from a stage and its own percentage:
+// the initial centres and first pass take the first tenth, the iterations
+// (of which there are at most `iterations`) the next six, and the labelling
+// of the full-size input the last three. Not monotonic by itself: a shower
+// of progress never lets it go back.
+double OverallPercent(const StageText& stage, double percent, int iterations);
 
 } // namespace isodata

@@ -98,7 +98,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"CreationOptionWithoutValue", "-of GTiff -co COMPRESS scene.tif new", "", 1,
                 "-co COMPRESS: a creation option is NAME=VALUE"},
         Refusal{"CreationOptionTheFormatLacks", "-of GTiff -co NONESUCH=1 scene.tif new", "", 1,
-                "-co: driver GTiff does not support creation option NONESUCH"},
+                "-co refused: driver GTiff does not support creation option NONESUCH"},
         Refusal{"OutputFolderMissing", "scene.tif no/new", "", 1, "output folder 'no' does not exist"},
         // The kernel's process folder takes no new file, even from root.
         Refusal{"OutputFolderNotWritable", "scene.tif /proc/self/out", "", 1, "output folder '/proc/self' is not"},

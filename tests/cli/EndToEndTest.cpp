@@ -5,9 +5,9 @@
 // full disk, a damaged input or an interruption must end in a clear failure
 // that changes nothing.
 #include "Subprocess.h"
-#include "Validate.h"
 #include "support/TestSupport.h"
 
+#include <OptionTable.h>
 #include <PluginRun.h>
 #include <StageTexts.h>
 
@@ -52,8 +52,10 @@ testsupport::RasterTable Scene(int width, int height) {
 // The plug-in loaded and run with the command's defaults on the input where
 // it lies, as a host would.
 std::string InPlace(const std::string& input, const std::string& result) {
-    isodata_run::RunRequest request = isodata_cli::RequestFor(isodata_cli::DefaultOptions(), {});
-    request.classification.bandIndices = {0, 1, 2};
+    const isodata_cli::Options o = isodata_cli::DefaultOptions();
+    isodata_run::RunRequest request;
+    request.classification = {o.classes,       o.initialClasses,  o.minClassPixels, o.maxMergePairs,
+                              o.maxIterations, o.stdDevThreshold, o.mergeDistance,  {0, 1, 2}};
     std::string error;
     const auto plugin = isodata_run::PluginLibrary::Open(ISODATA_PLUGIN, error);
     if (!plugin) {
@@ -239,7 +241,7 @@ TEST_F(BusyTest, FullDiskIsRefusedOrFailsClearlyAndLeavesOnlyWhatWasThere) {
             continue;
         }
         EXPECT_EQ(r.exitCode, *stage ? 2 : 1) << stage;
-        EXPECT_NE(r.err.find(*stage ? "(no space is left in 'disk':" : "run needs 4.4 MB in 'disk', 1.0 MB free there; use --tmpdir"),
+        EXPECT_NE(r.err.find(*stage ? "(no space is left in 'disk':" : "run needs 4.4 MB in 'disk', 1.0 MB free there (use --tmpdir"),
                   std::string::npos) << stage << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;  // GDAL's own words only in it
         EXPECT_EQ(dir.List("disk"), Args{"old"}) << stage;

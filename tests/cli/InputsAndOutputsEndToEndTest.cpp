@@ -139,7 +139,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "-of VRT cannot hold the class raster exactly (a VRT refers to other files instead of holding "
                   "the classes); use GTiff, COG or ENVI"},
         InputCase{"GeoTiffWithJpegCompression", "", "true", {"-of", "GTiff", "-co", "COMPRESS=JPEG", "scene.tif", "out.tif"},
-                  1, "-of GTiff -co COMPRESS=JPEG cannot hold the class raster exactly (COMPRESS=JPEG changes pixel "
+                  1, "-of GTiff with COMPRESS=JPEG cannot hold the class raster exactly (COMPRESS=JPEG changes pixel "
                      "values); use GTiff, COG or ENVI"},
         InputCase{"TooLargeForAnyDisk", "", kHuge, {"--debug", "-mem", "0", "huge.vrt", "out.img"}, 1,
                   "the run needs 1.8 EB in '.', ", nullptr,

@@ -160,7 +160,7 @@ TEST_F(MasksAndModelsEndToEndTest, AModelThatDoesNotFitTheInputIsRefusedInOneLin
     const struct { Args args; const char* says; } cases[] = {
         {{"-apply", "model.json", "wide.tif", "a.img"}, "band 1 of the input is UInt16, the model's classes were made on Byte"},
         {{"-apply", "v9.json", "scene.tif", "a.img"}, "is of format version 9"},
-        {{"-apply", "model.json", "-b", "1", "scene.tif", "a.img"}, "-b cannot go with -apply"},
+        {{"-apply", "model.json", "-b", "1", "scene.tif", "a.img"}, "-b cannot go with a model to apply"},
     };
     for (const auto& c : cases) {
         const clitest::ProcessResult r = Isodata(dir.Path(), c.args);

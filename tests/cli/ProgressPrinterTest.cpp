@@ -16,6 +16,12 @@ namespace {
 const std::string kTicks = "0...10...20...30...40...50...60...70...80...90...100 - done.\n";
 std::string Pad(const std::string& label) { return label + std::string(40 - label.size(), ' ') + " "; }
 
+// A plug-in's report as the run library hands it on.
+isodata_run::Progress Reported(double percent, const std::string& text, int iterations = 1) {
+    const isodata::StageText stage = isodata::ParseStageText(text);
+    return {percent, text, stage.iteration, stage.name, isodata::OverallPercent(stage, percent, iterations)};
+}
+
 // The plug-in runs every round number so far into the stage text.
 std::string Rounds(std::initializer_list<int> rounds) {
     std::string text = isodata::kSelectInitialCenter;
@@ -39,7 +45,7 @@ TEST(ProgressPrinterTest, DrawsOneTickedLinePerStage) {
     for (const auto& [name, reports, expected] : drawings) {
         std::ostringstream out;
         ProgressPrinter printer(out, ProgressStyle::Terminal);
-        for (const auto& [percent, text] : reports) printer.Report(percent, text);
+        for (const auto& [percent, text] : reports) printer.Report(Reported(percent, text));
         printer.Finish();
         EXPECT_EQ(out.str(), expected) << name;
     }
@@ -47,15 +53,15 @@ TEST(ProgressPrinterTest, DrawsOneTickedLinePerStage) {
 
 TEST(ProgressPrinterTest, MachineLinesGiveTheOverallShareOfTheRun) {
     std::ostringstream out;
-    ProgressPrinter printer(out, ProgressStyle::Machine, 10);
+    ProgressPrinter printer(out, ProgressStyle::Machine);
     const std::string round2 = Rounds({1, 2});
-    printer.Report(0, isodata::kSelectInitialCenter);
-    printer.Report(100, isodata::kStatisticalClassification);
-    printer.Report(50, round2 + isodata::kSplit);
-    printer.Report(0, round2 + isodata::kSplitClassification);
+    printer.Report(Reported(0, isodata::kSelectInitialCenter, 10));
+    printer.Report(Reported(100, isodata::kStatisticalClassification, 10));
+    printer.Report(Reported(50, round2 + isodata::kSplit, 10));
+    printer.Report(Reported(0, round2 + isodata::kSplitClassification, 10));
     // A later stage that starts lower in its round never moves the run back.
-    printer.Report(0, round2 + isodata::kComputingClusterCenter);
-    printer.Report(50, isodata::kGeneratingResultFile);
+    printer.Report(Reported(0, round2 + isodata::kComputingClusterCenter, 10));
+    printer.Report(Reported(50, isodata::kGeneratingResultFile, 10));
     // Rounds take 6 % each from 10 %: round 2 starts at 16; its split spans
     // 30..55 % of the round and the pass after it 55..100 %.
     EXPECT_EQ(out.str(), "progress 0.0 Select Initial Cluster Center\n"

@@ -1,7 +1,7 @@
 // Which formats hold the class raster exactly, beyond the refusals the
 // command's tests show, and the read-back comparison: a copy that differs in
 // one pixel, colour or name is told apart and the difference named.
-#include "OutputFormats.h"
+#include "FormatJudgement.h"
 
 #include "support/TestSupport.h"
 

@@ -32,13 +32,8 @@ bool CountValues(GDALRasterBand* band, std::array<std::int64_t, kValues>& counts
 
 } // namespace
 
-int ResultSummary::ClassesFound() const {
-    return static_cast<int>(
-        std::count_if(classes.begin(), classes.end(), [](const ClassCount& c) { return c.pixels > 0; }));
-}
-
-bool CountClasses(GDALDataset& ds, ResultSummary& summary, std::string& error) {
-    summary = ResultSummary();
+bool CountClasses(GDALDataset& ds, RunReport& summary, std::string& error) {
+    summary.classes.clear();
     if (ds.GetRasterCount() < 1) {
         error = "the class raster has no band";
         return false;
@@ -62,7 +57,7 @@ bool CountClasses(GDALDataset& ds, ResultSummary& summary, std::string& error) {
     for (int value = 1; value < kValues; ++value) {
         const bool named = value < names.size();
         if (counts[value] == 0 && !named) continue;
-        ClassCount c;
+        ClassReport c;
         c.value = value;
         c.pixels = counts[value];
         if (named) c.name = names[value];

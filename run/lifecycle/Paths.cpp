@@ -4,6 +4,7 @@
 
 #include <FileNames.h>
 
+#include <strings.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -14,10 +15,12 @@ namespace fs = std::filesystem;
 
 namespace isodata_run {
 
-ResultFiles ResultFilesFor(const std::string& outputPath, bool envi) {
+bool IsResultFormat(const std::string& format) { return strcasecmp(format.c_str(), isodata::kResultFormat) == 0; }
+
+ResultFiles ResultFilesFor(const std::string& outputPath, const std::string& format) {
     const isodata::RpcSideFiles rpc = isodata::RpcSideFilePaths(outputPath);
-    return {outputPath, envi ? isodata::EnviHeaderPath(outputPath) : std::string(), isodata::AuxXmlPath(outputPath),
-            rpc.text, rpc.rpb};
+    return {outputPath, IsResultFormat(format) ? isodata::EnviHeaderPath(outputPath) : std::string(),
+            isodata::AuxXmlPath(outputPath), rpc.text, rpc.rpb};
 }
 
 std::vector<std::string> ResultFiles::All() const {

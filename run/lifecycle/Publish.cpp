@@ -65,7 +65,7 @@ int MoveNew(const std::string& from, const std::string& to) {
     return unlink(from.c_str());
 }
 
-bool Commit(const Move& m, Staged& s, bool overwrite, std::string& error) {
+bool Commit(const Move& m, Staged& s, bool overwrite, Notice& failure) {
     if (overwrite && Exists(m.to)) {
         if (renameat2(AT_FDCWD, s.path.c_str(), AT_FDCWD, m.to.c_str(), RENAME_EXCHANGE) == 0) {
             s.exchanged = s.committed = true;
@@ -81,9 +81,9 @@ bool Commit(const Move& m, Staged& s, bool overwrite, std::string& error) {
         return true;
     }
     if (errno == EEXIST)
-        error = "'" + m.to + "' appeared while the run went on (use -overwrite to replace it)";
+        failure = {"'" + m.to + "' appeared while the run went on", {{AskField::Overwrite, "to replace it"}}};
     else
-        error = "cannot move the result to '" + m.to + "': " + std::strerror(errno);
+        failure = {"cannot move the result to '" + m.to + "': " + std::strerror(errno), {}};
     return false;
 }
 
@@ -96,15 +96,16 @@ void Undo(const Move& m, const Staged& s) {
 } // namespace
 
 bool Publish(const std::vector<Move>& moves, const std::vector<std::string>& staleFiles, bool overwrite,
-             std::string& error) {
+             Notice& failure) {
     std::vector<Staged> staged(moves.size());
     bool ok = true;
     for (size_t i = 0; ok && i < moves.size(); ++i) {
         staged[i].path = moves[i].from;
-        if (!SameFileSystem(moves[i].from, FolderOf(moves[i].to))) ok = CopyBeside(moves[i], staged[i], error);
+        if (!SameFileSystem(moves[i].from, FolderOf(moves[i].to)))
+            ok = CopyBeside(moves[i], staged[i], failure.message);
     }
     size_t done = 0;
-    for (; ok && done < moves.size(); ++done) ok = Commit(moves[done], staged[done], overwrite, error);
+    for (; ok && done < moves.size(); ++done) ok = Commit(moves[done], staged[done], overwrite, failure);
     if (!ok)
         for (size_t i = done; i-- > 0;) Undo(moves[i], staged[i]);
     for (const Staged& s : staged)

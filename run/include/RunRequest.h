@@ -1,12 +1,11 @@
-// What a host asks of one run, once it has checked it: the files, the
-// values the plug-in's record takes, the output's format, and the listener
-// that hears of the run while it goes on.
+// One run as Prepare built it from what a host was asked: the files, the
+// values the plug-in's record takes, the output's format.
 //
 // Settings are grouped by who reads them: the classification values reach
 // the plug-in only through BuildRecord (PluginRun.cpp), the output settings
 // only the conversion, the preview and the publish step. A new setting for
-// the plug-in is a member of its own here, filled by the host's checks and
-// read in BuildRecord; no layer in between changes.
+// the plug-in is a member of its own here, filled by its check in Prepare
+// and read in BuildRecord; no layer in between changes.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +14,8 @@
 
 namespace isodata_run {
 
-// The plug-in's parameters as the host checked them. No defaults here: the
-// host that offers the values owns them.
+// The plug-in's parameters as checked. No defaults here: the host that
+// offers the values owns them.
 struct ClassificationValues {
     int classes = 0;              // classes wanted, 1..255
     int initialClasses = 0;       // cluster centres to start from, 1..255
@@ -31,7 +30,7 @@ struct ClassificationValues {
 // Where the result goes and in what shape.
 struct OutputSettings {
     std::string path;                          // the class raster to publish
-    std::string format = "ENVI";               // GDAL's short name of the driver
+    std::string format;                        // GDAL's short name of the driver
     std::vector<std::string> creationOptions;  // NAME=VALUE for that driver
     std::string previewPath;                   // a PNG quick-look; empty for none
     bool overwrite = false;                    // replace existing files once the new ones are complete
@@ -59,7 +58,7 @@ struct ModelSettings {
     std::vector<std::vector<double>> applyCentres;  // non-empty: label with these, class k + 1 in row k
 };
 
-// The input as the host's checks found it.
+// The input as Prepare found it.
 struct InputSettings {
     std::string path;                      // as the person named it: a file, a GDAL virtual path or subdataset name
     std::vector<std::string> files;        // every file GDAL reads for it
@@ -76,27 +75,9 @@ struct RunRequest {
     ModelSettings model;
     int threads = 1;               // threads the plug-in's passes share out to
     std::int64_t memoryBytes = 0;  // the working copy may stay in memory up to this; 0: on disk
-    std::string tmpDir;      // where the run folder goes; empty: beside the output
-    std::string pluginPath;  // empty: DefaultPluginPath()
+    std::string runFolderPlace;  // the folder the run folder goes in
+    std::string pluginPath;      // the plug-in to load
     bool gdalDebug = false;  // echo GDAL's messages as they come, as CPL_DEBUG=ON
-};
-
-// Hears of a run as it goes on; by itself it ignores everything. Progress
-// comes from the child process that runs the plug-in, so an implementation
-// may only write to streams or files the parent shares, never to the
-// parent's memory.
-class RunListener {
-public:
-    virtual ~RunListener() = default;
-    // Before the run: the folder of an earlier, killed run was removed.
-    virtual void RemovedStaleFolder(const std::string& /*path*/) {}
-    // In the child: percent 0..100 of the stage the plug-in names.
-    virtual void Progress(double /*percent*/, const std::string& /*stage*/) {}
-    // In the child: the plug-in returned; no more progress follows.
-    virtual void PluginReturned() {}
-    // In the child, with gdalDebug or CPL_DEBUG on: one of GDAL's messages as
-    // GDAL would print it.
-    virtual void GdalMessage(const std::string& /*line*/) {}
 };
 
 } // namespace isodata_run

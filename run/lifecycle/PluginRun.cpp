@@ -3,6 +3,8 @@
 // the plug-in's error number and text.
 #include "PluginRun.h"
 
+#include <StageTexts.h>
+
 #include <boost/any.hpp>
 #include <boost/signals2/connection.hpp>
 
@@ -10,6 +12,14 @@
 #include <exception>
 
 namespace isodata_run {
+namespace {
+
+Progress ProgressOf(double percent, const std::string& text, int iterations) {
+    const isodata::StageText stage = isodata::ParseStageText(text);
+    return {percent, text, stage.iteration, stage.name, isodata::OverallPercent(stage, percent, iterations)};
+}
+
+} // namespace
 
 stInfoClassificationISO BuildRecord(const RunRequest& request, const std::string& inputPath,
                                     const std::string& resultPath) {
@@ -65,9 +75,10 @@ PluginRun RunPlugin(PluginLibrary& plugin, const stInfoClassificationISO& record
         run.outcome = PluginOutcome::NoAlgorithm;
         return run;
     }
+    const int iterations = record.maxIterations;
     const boost::signals2::scoped_connection connection(algorithm->m_sigProgress.connect(
-        [&listener](double percent, const QString& text, void*) {
-            listener.Progress(percent, text.toStdString());
+        [&listener, iterations](double percent, const QString& text, void*) {
+            listener.OnProgress(ProgressOf(percent, text.toStdString(), iterations));
             return 1;
         }));
 

@@ -2,6 +2,8 @@
 // goes wrong on the way, none (what was already moved is moved back).
 #pragma once
 
+#include "RunAsk.h"
+
 #include <string>
 #include <vector>
 
@@ -17,8 +19,9 @@ struct Move {
 // existing files are swapped out atomically and, once every move has
 // succeeded, the files of staleFiles that still exist (pieces of an older
 // result the new one lacks) are deleted. A file whose folder lies on another
-// file system is first copied there under a temporary name.
+// file system is first copied there under a temporary name. False with
+// failure set when the files could not all be put in place.
 bool Publish(const std::vector<Move>& moves, const std::vector<std::string>& staleFiles, bool overwrite,
-             std::string& error);
+             Notice& failure);
 
 } // namespace isodata_run

@@ -10,8 +10,9 @@ class GDALDataset;
 
 namespace isodata_run {
 
-// Counts band 1 of an open class raster, with its category names and
-// colours. False with error set when it cannot be read.
-bool CountClasses(GDALDataset& result, ResultSummary& summary, std::string& error);
+// Counts band 1 of an open class raster into report's size, classes and
+// unclassified pixels, with the category names and colours. False with
+// error set when it cannot be read.
+bool CountClasses(GDALDataset& result, RunReport& report, std::string& error);
 
 } // namespace isodata_run

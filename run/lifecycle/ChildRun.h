@@ -5,6 +5,7 @@
 #pragma once
 
 #include "PluginLoader.h"
+#include "Run.h"
 #include "RunFolder.h"
 #include "RunReport.h"
 #include "RunRequest.h"
@@ -13,10 +14,11 @@
 
 namespace isodata_run {
 
-// What the child hands back besides its exit status: its outcome (Ok,
-// PreviewFailed or ClassificationFailed), the reason for a failure, the
-// class counts, the time in the plug-in and GDAL's errors. It lives in
-// memory shared across fork, so a full disk cannot swallow it.
+// What the child hands back besides its exit status: the report as far as
+// the child knows it (outcome Ok, PreviewFailed, NothingValid or
+// ClassificationFailed, the reason for a failure, the classes and figures,
+// the time in the plug-in and GDAL's errors). It lives in memory shared
+// across fork, so a full disk cannot swallow it.
 class ChildChannel {
 public:
     ChildChannel();
@@ -24,12 +26,9 @@ public:
     ChildChannel(const ChildChannel&) = delete;
     ChildChannel& operator=(const ChildChannel&) = delete;
 
-    void SetOutcome(RunOutcome outcome, const std::string& message = std::string());
-    void SetSummary(const ResultSummary& summary, double seconds);
-    void SetGdalErrors(int failures, const std::vector<std::string>& first);
-    void SetFigures(const RunFigures& figures);
-    // Copies everything set into report.
-    void CopyTo(RunReport& report) const;
+    void Send(const RunReport& report);
+    // What the child sent; a failure without a reason when it sent nothing.
+    RunReport Received() const;
 
 private:
     struct Shared;
@@ -46,7 +45,8 @@ struct ChildTask {
 
 // Runs in the child. Ok: the result (and preview, and model) wait in the run
 // folder. PreviewFailed: the result waits, the preview could not be made.
-// NothingValid, ClassificationFailed: nothing to publish.
+// NothingValid, ClassificationFailed: nothing to publish. The report goes
+// to channel.
 void ClassifyInRunFolder(const ChildTask& task, RunListener& listener, ChildChannel& channel);
 
 } // namespace isodata_run

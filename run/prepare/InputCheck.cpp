@@ -8,11 +8,12 @@
 //     refused with the names of its datasets, as gdalinfo lists them.
 //  3. Every open option must be one the driver lists, or one GDAL takes for
 //     every driver.
-#include "Validate.h"
+#include "Checks.h"
+
+#include "InputNames.h"
+#include "Paths.h"
 
 #include <GdalSession.h>
-#include <InputNames.h>
-#include <Paths.h>
 
 #include <cpl_minixml.h>
 #include <cpl_string.h>
@@ -20,30 +21,22 @@
 
 #include <sys/stat.h>
 
-namespace isodata_cli {
-
-using isodata_run::Exists;
-using isodata_run::IsVirtualPath;
-
+namespace isodata_run {
 namespace {
 
-std::string Quote(const std::string& s) { return "'" + s + "'"; }
-
-// The file a name stands for, itself or the file of a subdataset name, must
-// be there and be a file: GDAL would wait forever on a FIFO.
-std::string CheckInputFile(const std::string& path) {
+Check CheckInputFile(const std::string& path) {
     if (IsVirtualPath(path)) return {};
     std::string file = path;
     if (!Exists(path)) {
-        const auto sub = isodata_run::SplitSubdatasetName(path);
-        if (!sub) return "input " + Quote(path) + " does not exist";
+        const auto sub = SplitSubdatasetName(path);
+        if (!sub) return Refuse(AskField::Input, Quote(path) + " does not exist");
         if (IsVirtualPath(sub->file)) return {};
-        if (!Exists(sub->file)) return "input " + Quote(path) + ": " + Quote(sub->file) + " does not exist";
+        if (!Exists(sub->file)) return Refuse(AskField::Input, Quote(path) + ": " + Quote(sub->file) + " does not exist");
         file = sub->file;
     }
     struct stat st {};
     if (stat(file.c_str(), &st) == 0 && !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode))
-        return "input " + Quote(file) + " is not a regular file";
+        return Refuse(AskField::Input, Quote(file) + " is not a regular file");
     return {};
 }
 
@@ -66,10 +59,12 @@ std::string SubdatasetList(GDALDataset& ds) {
 
 // Open options the driver lists, or that GDAL takes for every driver; a VRT
 // input's sources carry their own.
-std::string CheckOpenOptions(GDALDriver* driver, const CPLStringList& options, const std::string& driverName) {
+Check CheckOpenOptions(GDALDriver* driver, const CPLStringList& options, const std::string& driverName) {
     if (options.empty()) return {};
     if (driverName == "VRT")
-        return "-oo: a VRT input opens its sources with the options of its own <OpenOptions> elements";
+        return Refuse(AskField::OpenOptions,
+                      "cannot go with a VRT input, which opens its sources with the options of its own "
+                      "<OpenOptions> elements");
     const char* list = driver ? driver->GetMetadataItem(GDAL_DMD_OPENOPTIONLIST) : nullptr;
     const CPLXMLTreeCloser tree(list ? CPLParseXMLString(list) : nullptr);
     for (int i = 0; i < options.size(); ++i) {
@@ -78,45 +73,47 @@ std::string CheckOpenOptions(GDALDriver* driver, const CPLStringList& options, c
         for (const CPLXMLNode* n = tree ? tree->psChild : nullptr; n && !known; n = n->psNext)
             known = n->eType == CXT_Element && EQUAL(n->pszValue, "Option") &&
                     EQUAL(CPLGetXMLValue(n, "name", ""), name.c_str());
-        if (!known) return "-oo " + std::string(options[i]) + ": driver " + driverName + " has no open option " + name;
+        if (!known)
+            return Refuse(AskField::OpenOptions, std::string(options[i]) + ": driver " + driverName +
+                                                     " has no open option " + name);
     }
     return {};
 }
 
 } // namespace
 
-std::string OpenInput(const std::string& path, const std::vector<std::string>& openOptions, InputInfo& info) {
-    if (std::string problem = CheckInputFile(path); !problem.empty()) return problem;
-    for (const std::string& option : openOptions)
-        if (option.find('=') == std::string::npos || option.front() == '=')
-            return "-oo " + option + ": an open option is NAME=VALUE";
-    CPLStringList options;
-    for (const std::string& option : openOptions) options.AddString(option.c_str());
+Check CheckInput(const RunAsk& ask, InputSettings& input, InputFacts& facts) {
+    if (Check problem = CheckInputFile(ask.input)) return problem;
+    for (const std::string& option : ask.openOptions)
+        if (Check problem = CheckNameValue(AskField::OpenOptions, option)) return problem;
+    const CPLStringList options = StringList(ask.openOptions);
     CPLErrorReset();
     GDALDatasetUniquePtr ds;
     {
         const isodata::QuietGdalErrors quiet;
-        ds.reset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, options.List()));
+        ds.reset(GDALDataset::Open(ask.input.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, options.List()));
     }
     if (!ds) {
-        std::string message = "input " + Quote(path) + " is not a raster GDAL can read";
+        std::string message = Quote(ask.input) + " is not a raster GDAL can read";
         const std::string detail = CPLGetLastErrorMsg();
         if (!detail.empty()) message += " (" + detail + ")";
-        return message;
+        return Refuse(AskField::Input, message);
     }
-    info.bandCount = ds->GetRasterCount();
-    info.width = ds->GetRasterXSize();
-    info.height = ds->GetRasterYSize();
-    for (int b = 1; b <= info.bandCount; ++b)
-        info.bandTypes.emplace_back(GDALGetDataTypeName(ds->GetRasterBand(b)->GetRasterDataType()));
+    input.path = ask.input;
+    input.openOptions = ask.openOptions;
+    input.bands = ds->GetRasterCount();
+    input.width = ds->GetRasterXSize();
+    input.height = ds->GetRasterYSize();
+    for (int b = 1; b <= input.bands; ++b)
+        facts.bandTypes.emplace_back(GDALGetDataTypeName(ds->GetRasterBand(b)->GetRasterDataType()));
     const CPLStringList files(ds->GetFileList());
-    for (int i = 0; i < files.size(); ++i) info.files.emplace_back(files[i]);
-    info.driver = ds->GetDriver() ? ds->GetDriver()->GetDescription() : "";
-    if (info.bandCount < 1) {
+    for (int i = 0; i < files.size(); ++i) input.files.emplace_back(files[i]);
+    input.driver = ds->GetDriver() ? ds->GetDriver()->GetDescription() : "";
+    if (input.bands < 1) {
         const std::string inside = SubdatasetList(*ds);
-        return "input " + Quote(path) + (inside.empty() ? " has no raster band" : " holds " + inside);
+        return Refuse(AskField::Input, Quote(ask.input) + (inside.empty() ? " has no raster band" : " holds " + inside));
     }
-    return CheckOpenOptions(ds->GetDriver(), options, info.driver);
+    return CheckOpenOptions(ds->GetDriver(), options, input.driver);
 }
 
-} // namespace isodata_cli
+} // namespace isodata_run

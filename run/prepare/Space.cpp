@@ -11,7 +11,7 @@
 //  3. What the file system has: statvfs of the folder, for an unprivileged
 //     writer.
 // Applying a model labels the input directly: no working copy, no scratch.
-#include "Space.h"
+#include "Checks.h"
 
 #include "Convert.h"
 #include "Paths.h"
@@ -46,7 +46,7 @@ std::int64_t FreeBytes(const std::string& folder) {
 SpaceEstimate EstimateSpace(const RunRequest& request) {
     SpaceEstimate s;
     const InputSettings& in = request.input;
-    s.folder = request.tmpDir.empty() ? FolderOf(request.output.path) : request.tmpDir;
+    s.folder = request.runFolderPlace;
     if (request.model.applyCentres.empty()) {
         const double factor = isodata::ReductionFactor(in.width, in.height);
         const int w = isodata::ReducedSize(in.width, factor), h = isodata::ReducedSize(in.height, factor);
@@ -77,13 +77,15 @@ std::string ByteCount(std::int64_t bytes) {
     return text;
 }
 
-std::string SpaceRefusal(const SpaceEstimate& s) {
-    std::string text = "the run needs " + ByteCount(s.needed) + " in '" + s.folder + "', " + ByteCount(s.free) +
-                       " free there; use --tmpdir to work on another file system";
+Refusal SpaceRefusal(const SpaceEstimate& s) {
+    Refusal refusal = Refuse(AskField::None, "the run needs " + ByteCount(s.needed) + " in " + Quote(s.folder) + ", " +
+                                                 ByteCount(s.free) + " free there",
+                             {{AskField::TmpDir, "to work on another file system"}});
     // Held in memory, the working copy needs no room on disk.
     if (s.workingCopy > 0 && s.needed - s.workingCopy <= s.free)
-        text += ", or a -mem of " + std::to_string((s.workingCopy >> 20) + 1) + " MB or more";
-    return text;
+        refusal.remedies.push_back({AskField::Memory, "of " + std::to_string((s.workingCopy >> 20) + 1) +
+                                                          " MB or more, to keep the working copy in memory"});
+    return refusal;
 }
 
 std::string SpaceDetails(const SpaceEstimate& s) {

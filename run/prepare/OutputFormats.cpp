@@ -7,9 +7,12 @@
 //     class names, is written to GDAL's memory file system and compared with
 //     what comes back; formats that cannot write there are left to the
 //     run's own read-back.
-#include "OutputFormats.h"
+#include "FormatJudgement.h"
 
+#include "Checks.h"
 #include "Convert.h"
+
+#include <FileNames.h>
 
 #include <GdalSession.h>
 
@@ -194,7 +197,12 @@ std::string WhyNotExact(const std::string& format, const std::vector<std::string
     return Probe(driver, options);
 }
 
+std::string ExactFormatNames() { return std::string("GTiff, COG or ") + isodata::kResultFormat; }
+
+std::string DefaultFormat() { return isodata::kResultFormat; }
+
 std::vector<ExactFormat> ExactFormats() {
+    StartGdal();
     std::vector<ExactFormat> formats;
     GDALDriverManager* manager = GetGDALDriverManager();
     for (int i = 0; i < manager->GetDriverCount(); ++i) {

@@ -15,6 +15,8 @@
 #include "Publish.h"
 #include "RunFolder.h"
 
+#include <gdal.h>
+
 #include <cstring>
 #include <filesystem>
 
@@ -81,29 +83,37 @@ std::vector<Move> MovesFor(const RunFolder& folder, const OutputSettings& out, b
 RunReport Conclude(const RunFolder& folder, const ChildChannel& channel, const RunRequest& request,
                    const InterruptWatch& watch) {
     const OutputSettings& out = request.output;
-    RunReport report;
-    channel.CopyTo(report);
+    RunReport report = channel.Received();
     if (report.outcome != RunOutcome::Ok && report.outcome != RunOutcome::PreviewFailed) return report;
     const std::vector<Move> moves =
         MovesFor(folder, out, report.outcome == RunOutcome::Ok && !out.previewPath.empty(), request.model.outPath);
-    std::string error;
+    const ResultFiles files = ResultFilesFor(out.path, out.format);
+    Notice failure;
     const SignalsHeld held;
     if (watch.Received()) return Interrupted(watch.Received(), false);
-    if (!Publish(moves, ResultFilesFor(out.path, out.format == "ENVI").All(), out.overwrite, error))
-        return Ended(RunOutcome::PublishFailed, "cannot put the result in place: " + error + "; nothing was changed");
+    if (!Publish(moves, files.All(), out.overwrite, failure)) {
+        RunReport failed = Ended(RunOutcome::PublishFailed,
+                                 "cannot put the result in place: " + failure.message + "; nothing was changed");
+        failed.remedies = failure.remedies;
+        return failed;
+    }
     for (const Move& m : moves) report.filesWritten.push_back(m.to);
+    report.resultHeader = files.header;
     return report;
 }
 
 } // namespace
 
+RunListener::~RunListener() = default;
+
+std::string GdalVersion() { return GDALVersionInfo("--version"); }
+
 RunReport Run(const RunRequest& request, RunListener& listener) {
-    const std::string place = request.tmpDir.empty() ? FolderOf(request.output.path) : request.tmpDir;
+    const std::string& place = request.runFolderPlace;
     for (const std::string& stale : RemoveStaleRunFolders(place)) listener.RemovedStaleFolder(stale);
 
     std::string error;
-    const std::unique_ptr<PluginLibrary> plugin =
-        PluginLibrary::Open(request.pluginPath.empty() ? DefaultPluginPath() : request.pluginPath, error);
+    const std::unique_ptr<PluginLibrary> plugin = PluginLibrary::Open(request.pluginPath, error);
     if (!plugin) return Ended(RunOutcome::PluginNotLoaded, error);
 
     const InterruptWatch watch;

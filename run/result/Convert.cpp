@@ -6,7 +6,7 @@
 // replaces a file.
 #include "Convert.h"
 
-#include "OutputFormats.h"
+#include "FormatJudgement.h"
 #include "Paths.h"
 
 #include <FileNames.h>
@@ -17,8 +17,6 @@
 
 namespace isodata_run {
 namespace {
-
-constexpr const char* kPluginFormat = "ENVI";
 
 struct FormatDefaults {
     const char* format;
@@ -38,7 +36,7 @@ std::string Key(const std::string& option) { return option.substr(0, option.find
 } // namespace
 
 bool NeedsConversion(const std::string& format, const std::vector<std::string>& creationOptions) {
-    return !EQUAL(format.c_str(), kPluginFormat) || !creationOptions.empty();
+    return !IsResultFormat(format) || !creationOptions.empty();
 }
 
 std::vector<std::string> CreationOptionsFor(const std::string& format, const std::vector<std::string>& given) {

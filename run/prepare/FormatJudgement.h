@@ -1,9 +1,10 @@
-// Which GDAL formats hold the class raster exactly: a one-band Byte raster
-// whose pixel values are class numbers, with a colour table and class names,
-// written as a dataset of its own. A format that rounds values (JPEG, lossy
-// WEBP, JPEG 2000 or JPEG XL), expands the colours into bands, or only refers
-// to other data (VRT) would publish something else than the classes found.
+// Which GDAL formats hold the class raster exactly. A format that rounds
+// values (JPEG, lossy WEBP, JPEG 2000 or JPEG XL), expands the colours into
+// bands, or only refers to other data (VRT) would publish something else
+// than the classes found.
 #pragma once
+
+#include "OutputFormats.h"
 
 #include <gdal_priv.h>
 
@@ -13,7 +14,7 @@
 namespace isodata_run {
 
 // Formats that always do, named to a person whose choice is refused.
-inline constexpr const char* kExactFormats = "GTiff, COG or ENVI";
+std::string ExactFormatNames();
 
 // Why format, a GDAL driver that writes rasters, cannot hold the class
 // raster exactly with creationOptions (the person's, before the defaults
@@ -21,14 +22,6 @@ inline constexpr const char* kExactFormats = "GTiff, COG or ENVI";
 // reference formats are named; any other format that GDAL can write to
 // memory is tried on a small class raster of every value.
 std::string WhyNotExact(const std::string& format, const std::vector<std::string>& creationOptions);
-
-struct ExactFormat {
-    std::string name;                     // GDAL's short name
-    std::vector<std::string> extensions;  // its file extensions, the usual first
-};
-// The formats that hold the class raster with their default options and
-// have a file extension, in GDAL's driver order.
-std::vector<ExactFormat> ExactFormats();
 
 // Whether copy holds what original holds: the size, every pixel, and the
 // colours and class names original has, where copy carries colours or names

@@ -8,8 +8,8 @@
 namespace isodata_run {
 
 // The files of a result at outputPath as GDAL and the host name them: the
-// raster itself, the ENVI header (the file name's extension replaced by
-// .hdr; none for other formats), GDAL's .aux.xml, and the RPC side files
+// raster itself, the header of the plug-in's format (the file name's
+// extension replaced by .hdr; none for other formats), GDAL's .aux.xml, and the RPC side files
 // copied from the input.
 struct ResultFiles {
     std::string raw;
@@ -20,7 +20,10 @@ struct ResultFiles {
 
     std::vector<std::string> All() const;
 };
-ResultFiles ResultFilesFor(const std::string& outputPath, bool envi = true);
+ResultFiles ResultFilesFor(const std::string& outputPath, const std::string& format);
+
+// Whether format (GDAL's short name, in any case) is the plug-in's own.
+bool IsResultFormat(const std::string& format);
 
 std::string FolderOf(const std::string& path);   // "." for a bare file name
 std::string FileNameOf(const std::string& path);

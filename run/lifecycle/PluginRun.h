@@ -3,6 +3,7 @@
 #pragma once
 
 #include "PluginLoader.h"
+#include "Run.h"
 #include "RunRequest.h"
 
 #include <ClassificationISO.h>

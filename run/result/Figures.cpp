@@ -1,0 +1,152 @@
+// The plug-in's report added to the run's report, and turned into the model.
+//
+//  1. Pixels left out are put down to the kind of mask band the chosen
+//     bands have (nodata, alpha, a mask band), to non-finite values and to
+//     the mask raster, each by its own count.
+//  2. A result is empty when no class has a pixel or no valid pixel got a
+//     class; the likeliest cause is named from what stayed unclassified.
+//  3. The model takes the bands and their types from the input, the classes'
+//     names and colours from the written raster, the rest from the report.
+#include "Figures.h"
+
+#include "Paths.h"
+
+#include <GdalSession.h>
+
+#include <gdal_priv.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace isodata_run {
+namespace {
+
+// "1e7": the labelling's reach as a person writes it.
+std::string LabellingReachText() {
+    char text[16];
+    std::snprintf(text, sizeof text, "%.0e", static_cast<double>(kLabellingReach));
+    std::string t = text;
+    const size_t e = t.find("e+");
+    if (e != std::string::npos) t = t.substr(0, e + 1) + std::to_string(std::stoi(t.substr(e + 2)));
+    return t;
+}
+
+GDALDatasetUniquePtr OpenQuietly(const std::string& path) {
+    const isodata::QuietGdalErrors quiet;
+    return GDALDatasetUniquePtr(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+}
+
+// What the chosen bands' mask bands stand for, in a person's words.
+std::string MaskBandKind(GDALDataset* ds, const RunRequest& request) {
+    if (request.mask.nodata == MaskSettings::Nodata::Given) return "nodata";
+    for (int index : request.classification.bandIndices) {
+        if (!ds || index >= ds->GetRasterCount()) continue;
+        const int flags = ds->GetRasterBand(index + 1)->GetMaskFlags();
+        if (flags & GMF_NODATA) return "nodata";
+        if (flags & GMF_ALPHA) return "alpha band";
+        if (flags & GMF_PER_DATASET) return "mask band";
+    }
+    return "nodata";
+}
+
+// The area of one pixel, or 0 for a rotated geotransform or none.
+double PixelArea(GDALDataset* ds) {
+    double gt[6];
+    if (!ds || ds->GetGeoTransform(gt) != CE_None || gt[2] != 0.0 || gt[4] != 0.0) return 0.0;
+    return std::fabs(gt[1] * gt[5]);
+}
+
+} // namespace
+
+void AddFigures(const stIsodataRunReport& plugin, const RunRequest& request, const std::string& input,
+                RunReport& report) {
+    if (plugin.resultCode < 0) return;  // a plug-in that reports nothing
+    const GDALDatasetUniquePtr ds = OpenQuietly(input);
+    report.figuresKnown = true;
+    report.excludedPixels = plugin.excludedPixels;
+    const std::pair<std::string, std::int64_t> by[] = {{MaskBandKind(ds.get(), request), plugin.excludedByMaskBands},
+                                                       {"NaN or infinite", plugin.excludedByNonFinite},
+                                                       {"mask raster", plugin.excludedByMaskRaster}};
+    for (const auto& rule : by)
+        if (rule.second > 0) report.excludedBy.push_back(rule);
+    report.background = plugin.backgroundPixels;
+    report.nonFinite = plugin.nonFinitePixels;
+    report.beyondReach = plugin.beyondReachPixels;
+    report.pixelArea = PixelArea(ds.get());
+    for (std::size_t k = 0; k < plugin.classes.size(); ++k) {
+        const stIsodataClassReport& figures = plugin.classes[k];
+        const int value = static_cast<int>(k) + 1;
+        auto counted = std::find_if(report.classes.begin(), report.classes.end(),
+                                    [value](const ClassReport& c) { return c.value >= value; });
+        if (counted == report.classes.end() || counted->value != value) {
+            ClassReport unnamed;
+            unnamed.value = value;
+            counted = report.classes.insert(counted, unnamed);
+        }
+        counted->centre = figures.centre;
+        counted->mean = figures.mean;
+        counted->stddev = figures.stddev;
+    }
+}
+
+Notice EmptyResult(const RunReport& report) {
+    // Pixels with a class are pixels of a class value, so no class found
+    // means no valid pixel labelled.
+    if (report.ClassesFound() > 0) return {};
+    const std::string why = "classification failed: no valid pixel was given a class";
+    if (report.nonFinite > 0)
+        return {why + " (the input holds NaN or infinite values, which nodata left ignored lets in)",
+                {{AskField::SrcNodata, "other than None, to leave them out"}}};
+    if (report.beyondReach > 0)
+        return {why + " (every centre lies " + LabellingReachText() +
+                " or more from the pixels: values too large for the labelling; rescale the input)"};
+    if (report.background > 0) return {why + " (the band values of every pixel sum to zero)"};
+    return {why};
+}
+
+Notice NothingValid(const RunRequest& request) {
+    return {"every pixel of '" + request.input.path +
+                "' is left out by its nodata values, masks or NaN; nothing was run",
+            {{AskField::SrcNodata, ""}, {AskField::Mask, ""}}};
+}
+
+std::vector<Notice> Warnings(const RunReport& report) {
+    std::vector<Notice> warnings;
+    if (report.beyondReach > 0)
+        warnings.push_back({std::to_string(report.beyondReach) +
+                            " valid pixels are left unclassified because every class centre lies " +
+                            LabellingReachText() + " or more from them: values too large for the labelling; "
+                            "rescale the input"});
+    if (report.nonFinite > 0)
+        warnings.push_back({std::to_string(report.nonFinite) +
+                                " pixels holding NaN or infinite values are left unclassified, and took part in "
+                                "the clustering",
+                            {{AskField::SrcNodata, "other than None, to leave them out"}}});
+    return warnings;
+}
+
+Model ModelOf(const RunRequest& request, const std::string& input, const stIsodataRunReport& plugin,
+              const RunReport& report) {
+    Model m;
+    m.tool = std::string("isodata ") + ISODATA_VERSION;
+    m.inputPath = request.input.path;
+    const GDALDatasetUniquePtr ds = OpenQuietly(input);
+    if (ds) m.width = ds->GetRasterXSize(), m.height = ds->GetRasterYSize(), m.bandCount = ds->GetRasterCount();
+    for (int index : request.classification.bandIndices) {
+        GDALRasterBand* band = ds && index < ds->GetRasterCount() ? ds->GetRasterBand(index + 1) : nullptr;
+        m.bands.push_back({index + 1, band ? band->GetDescription() : "",
+                           band ? GDALGetDataTypeName(band->GetRasterDataType()) : "Unknown"});
+    }
+    m.enginePixelType = plugin.pixelType > 0 ? GDALGetDataTypeName(static_cast<GDALDataType>(plugin.pixelType)) : "";
+    m.mask = request.mask;
+    m.parametersJson = request.model.parametersJson;
+    m.pixelArea = report.pixelArea;
+    for (const ClassReport& k : report.classes)
+        if (!k.centre.empty())
+            m.classes.push_back({k.value, k.name, k.hasColour, k.red, k.green, k.blue, k.centre, k.pixels, k.mean,
+                                 k.stddev});
+    return m;
+}
+
+} // namespace isodata_run
