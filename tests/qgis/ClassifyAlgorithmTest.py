@@ -14,9 +14,10 @@ QGIS in this process with the provider's setting pointing at the command:
 see both algorithms give the same canExecute answers and refusals with the
 command at hand, missing and broken, refuse a layer GDAL cannot open, carry
 the same flags and pass QGIS's thread limit on; cancel a long run of each at
-its first progress report (the command must get SIGTERM); let a run fail and
-see its message reach the feedback once, as the command wrote it; and see
-that the outputs offer only formats that hold the classes exactly.
+its first progress report (the command must get SIGTERM), and see a cancel
+that comes after the command finished leave the run standing; let a run fail
+and see its message reach the feedback once, as the command wrote it; and
+see that the outputs offer only formats that hold the classes exactly.
 
 Usage: ClassifyAlgorithmTest.py <isodata binary> <source folder>
 Exit status 77 (skipped) when QGIS or its Python bindings are missing.
@@ -153,6 +154,7 @@ def check_in_qgis(isodata, scene, model, home, work):
                           'MERGE_DIST': 0}),
             ('apply', {'INPUT': large, 'MODEL': model})):
         check_cancel_leaves_nothing(name, parameters, work)
+    check_cancel_after_the_end()
     check_failure_and_formats(scene, work)
     plugin.unload()
     app.exitQgis()
@@ -286,6 +288,26 @@ def check_cancel_leaves_nothing(name, parameters, work):
     check('OUTPUT' not in results, '{}: a cancelled run returned an output'.format(name))
     check(os.listdir(folder) == [], '{}: a cancelled run left {}'.format(name, os.listdir(folder)))
     print('isodata:{} cancelled at {:.1f}%, output folder empty'.format(name, reports[0]))
+
+
+def check_cancel_after_the_end():
+    """A cancel that comes when the command has already finished (a stand-in
+    that lets SIGTERM pass and ends with status 0) leaves the run standing:
+    its summary comes back, not the None of a stopped run."""
+    from qgis.core import QgsProcessingFeedback
+    from isodata_processing import command
+    stand_in = [sys.executable, '-c', (
+        'import signal, sys, time\n'
+        'signal.signal(signal.SIGTERM, signal.SIG_IGN)\n'
+        'print("progress 50.0 Working", file=sys.stderr, flush=True)\n'
+        'time.sleep(0.5)\n'
+        'print(\'{"classes": []}\')\n')]
+    feedback = QgsProcessingFeedback()
+    feedback.progressChanged.connect(lambda percent: feedback.cancel())
+    summary = command.run(stand_in, feedback)
+    check(feedback.isCanceled() and summary == {'classes': []},
+          'a run that finished as it was cancelled gave {}'.format(summary))
+    print('a cancel after the command finished leaves the run standing')
 
 
 def check_failure_and_formats(scene, work):
