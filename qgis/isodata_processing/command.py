@@ -6,7 +6,8 @@ summary on stdout; read both pipes in helper threads so neither can fill up
 and stall the command; on the algorithm's own thread, turn progress lines into
 feedback and poll for cancellation. Cancelling sends SIGTERM and waits: the
 command then removes its private run folder and leaves the user's files as
-they were. A failed command's last "isodata: ..." line is its message, raised
+they were; if it had already finished (exit status 0), its output is complete
+and the run stands. A failed command's last "isodata: ..." line is its message, raised
 once and never also pushed as feedback; its warnings go to feedback as
 warnings.
 """
@@ -100,8 +101,8 @@ class _Relay:
 
 
 def _follow(process, feedback):
-    """Relays stderr until it closes; returns the relay, or None when the user
-    cancelled, in which case the command has been stopped."""
+    """Relays stderr until it closes, or stops the command with SIGTERM when
+    the user cancels; returns the relay and whether the command was stopped."""
     lines = queue.Queue()
     threading.Thread(target=_read_lines, args=(process.stderr, lines), daemon=True).start()
     relay = _Relay(feedback)
@@ -109,32 +110,36 @@ def _follow(process, feedback):
         if feedback.isCanceled():
             process.terminate()
             process.wait()
-            return None
+            return relay, True
         try:
             text = lines.get(timeout=CANCEL_POLL)
         except queue.Empty:
             continue
         if text is None:
-            return relay
+            return relay, False
         relay.line(text)
 
 
 def run(arguments, feedback):
     """Runs the command line `arguments` (program first) to its end.
 
-    Returns the parsed JSON summary, or None when the user cancelled; raises
-    CommandError when the command failed."""
+    Returns the parsed JSON summary, or None when the user cancelled and the
+    command stopped; raises CommandError when the command failed."""
     stdout = []
     with subprocess.Popen(arguments, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                           text=True, encoding='utf-8', errors='replace') as process:
         reader = threading.Thread(target=_read_all, args=(process.stdout, stdout), daemon=True)
         reader.start()
-        relay = _follow(process, feedback)
+        relay, stopped = _follow(process, feedback)
         status = process.wait()
         reader.join()
-    if relay is None:
+    if stopped and status != 0:
         return None
+    if stopped:
+        # It had finished before the signal came: its output is there and
+        # complete, so the run counts as done.
+        feedback.pushInfo('isodata had finished before it could be cancelled.')
     if status != 0:
         raise CommandError(relay.last_said or 'isodata exited with status {}'.format(status))
     relay.said_before()

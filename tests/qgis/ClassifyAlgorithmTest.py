@@ -1,18 +1,23 @@
-"""isodata:classify in real QGIS: installed into a throwaway profile with the
-project's install script, run headless through qgis_process, its raster must
-equal the one the isodata command writes itself for the same non-default
-parameters (which QGIS knows only from the command's option table), and so
-must isodata:apply with the model the command wrote; and a run
-cancelled midway must leave nothing in the output folder.
+"""isodata:classify and isodata:apply in real QGIS: installed into a
+throwaway profile with the project's install script, run headless through
+qgis_process, classify's raster must equal the one the isodata command
+writes itself for the same non-default parameters (which QGIS knows only from
+the command's option table), and so must apply's with the model the command
+wrote. Both algorithms must guard a run alike, and a run of either cancelled
+midway must leave nothing in the output folder.
 
 Plan: make a throwaway HOME and install the plug-in into its default profile;
 classify a copy of the sample scene once with the command and once through
-qgis_process (command found on PATH); compare
-pixels, colour table, category names and georeferencing with GDAL; then start
-QGIS in this process, point the provider's setting at the command, cancel a
-long run at its first progress report, let a run fail and see its message
-reach the feedback once, as the command wrote it, and see that the output
-offers only formats that hold the classes exactly.
+qgis_process (command found on PATH); compare pixels, colour table, category
+names and georeferencing with GDAL, and apply the command's model. Then start
+QGIS in this process with the provider's setting pointing at the command:
+see both algorithms give the same canExecute answers and refusals with the
+command at hand, missing and broken, refuse a layer GDAL cannot open, carry
+the same flags and pass QGIS's thread limit on; cancel a long run of each at
+its first progress report (the command must get SIGTERM), and see a cancel
+that comes after the command finished leave the run standing; let a run fail
+and see its message reach the feedback once, as the command wrote it; and
+see that the outputs offer only formats that hold the classes exactly.
 
 Usage: ClassifyAlgorithmTest.py <isodata binary> <source folder>
 Exit status 77 (skipped) when QGIS or its Python bindings are missing.
@@ -88,50 +93,18 @@ def check_qgis_process_matches_command(isodata, scene, work, env):
     check(run.returncode == 0, 'isodata:apply exited with {}:\n{}'.format(run.returncode, run.stdout))
     check(describe(applied)['pixels'] == expected['pixels'], 'isodata:apply labels differ from the run')
     print('isodata:apply gives the run\'s pixels')
+    return model
 
 
-def check_cancel_leaves_nothing(isodata, scene, home, work):
-    os.environ['HOME'] = home
-    from qgis.core import QgsApplication, QgsProcessingContext, QgsProcessingFeedback
-    app = QgsApplication([], False)
-    app.initQgis()
-    sys.path.append(os.path.join(QgsApplication.pkgDataPath(), 'python', 'plugins'))
-    from processing.core.Processing import Processing
-    from processing.core.ProcessingConfig import ProcessingConfig
-    Processing.initialize()
-    sys.path.insert(0, os.path.join(home, PROFILE, 'python', 'plugins'))
-    import isodata_processing
-    plugin = isodata_processing.classFactory(None)
-    plugin.initProcessing()
-    ProcessingConfig.setSettingValue('ISODATA_EXECUTABLE', isodata)
-
-    folder = os.path.join(work, 'cancelled')
-    os.makedirs(folder)
-    # Far more iterations than a cancel needs: with no split (huge -std), no
-    # merge (-merge-dist 0) and more classes wanted than centres, nothing
-    # ends the loop early.
-    parameters = {'INPUT': scene, 'CLASSES': 200, 'ITERATIONS': 1000, 'STD': 1e6,
-                  'MERGE_DIST': 0, 'OUTPUT': os.path.join(folder, 'classes.tif')}
-    algorithm = QgsApplication.processingRegistry().createAlgorithmById('isodata:classify')
-    # Cancelled at its first progress report.
-    feedback, reports = QgsProcessingFeedback(), []
-    feedback.progressChanged.connect(lambda percent: (reports.append(percent), feedback.cancel()))
-    results, _ = algorithm.run(parameters, QgsProcessingContext(), feedback)
-    check_failure_and_formats(algorithm, scene, folder)
-    plugin.unload()
-    app.exitQgis()
-
-    check(len(reports) >= 1, 'the run reported no progress before it ended')
-    check('OUTPUT' not in results, 'a cancelled run returned an output')
-    check(os.listdir(folder) == [], 'a cancelled run left {}'.format(os.listdir(folder)))
-    print('cancelled at {:.1f}%, output folder empty'.format(reports[0]))
-
-
-def check_failure_and_formats(algorithm, scene, folder):
-    from qgis.core import QgsProcessingContext, QgsProcessingFeedback
+def recording_feedback():
+    """A Processing feedback that keeps what the algorithm says (said) and
+    the command lines it shows (commands)."""
+    from qgis.core import QgsProcessingFeedback
 
     class Recorder(QgsProcessingFeedback):
-        said = []
+        def __init__(self):
+            super().__init__()
+            self.said, self.commands = [], []
 
         def reportError(self, text, fatal=False):  # noqa: N802 (QGIS's name)
             self.said.append(text)
@@ -145,14 +118,215 @@ def check_failure_and_formats(algorithm, scene, folder):
         def pushConsoleInfo(self, text):  # noqa: N802
             self.said.append(text)
 
-    feedback = Recorder()
+        def pushCommandInfo(self, text):  # noqa: N802
+            self.commands.append(text)
+    return Recorder()
+
+
+def check_in_qgis(isodata, scene, model, home, work):
+    """Starts QGIS in this process with the plug-in, the provider's setting
+    pointing at the command, and runs the checks that need the algorithms'
+    objects."""
+    os.environ['HOME'] = home
+    from qgis.core import QgsApplication
+    app = QgsApplication([], False)
+    app.initQgis()
+    sys.path.append(os.path.join(QgsApplication.pkgDataPath(), 'python', 'plugins'))
+    from processing.core.Processing import Processing
+    from processing.core.ProcessingConfig import ProcessingConfig
+    Processing.initialize()
+    sys.path.insert(0, os.path.join(home, PROFILE, 'python', 'plugins'))
+    import isodata_processing
+    plugin = isodata_processing.classFactory(None)
+    plugin.initProcessing()
+    ProcessingConfig.setSettingValue('ISODATA_EXECUTABLE', isodata)
+
+    check_both_algorithms_guard_alike(isodata, scene, model, work)
+    # Far more iterations than a cancel needs: with no split (huge -std), no
+    # merge (-merge-dist 0) and more classes wanted than centres, nothing
+    # ends the loop early. Applying a model is a single pass, so it gets a
+    # raster 256 times the scene's size, read through a VRT.
+    from osgeo import gdal
+    large = os.path.join(work, 'scene', 'large.vrt')
+    gdal.Translate(large, scene, format='VRT', width=349 * 16, height=352 * 16)
+    for name, parameters in (
+            ('classify', {'INPUT': scene, 'CLASSES': 200, 'ITERATIONS': 1000, 'STD': 1e6,
+                          'MERGE_DIST': 0}),
+            ('apply', {'INPUT': large, 'MODEL': model})):
+        check_cancel_leaves_nothing(name, parameters, work)
+    check_cancel_after_the_end()
+    check_failure_and_formats(scene, work)
+    plugin.unload()
+    app.exitQgis()
+
+
+def virtual_raster(scene):
+    """The scene's first band through QGIS's virtual raster provider: a layer
+    that GDAL cannot open."""
+    from qgis.core import QgsRasterDataProvider, QgsRasterLayer
+    source = QgsRasterLayer(scene, 'scene', 'gdal')
+    virtual = QgsRasterDataProvider.VirtualRasterParameters()
+    virtual.crs, virtual.extent = source.crs(), source.extent()
+    virtual.width, virtual.height = source.width(), source.height()
+    virtual.formula = '"scene@1"'
+    layer = QgsRasterDataProvider.VirtualRasterInputLayers()
+    layer.name, layer.uri, layer.provider = 'scene', scene, 'gdal'
+    virtual.rInputLayers = [layer]
+    return QgsRasterLayer(QgsRasterDataProvider.encodeVirtualRasterProviderUri(virtual),
+                          'virtual', 'virtualraster')
+
+
+def check_both_algorithms_guard_alike(isodata, scene, model, work):
+    """Classify and apply answer canExecute alike with the command missing
+    and broken, refuse a run for the same reason, refuse an input GDAL does
+    not read, have the same flags and pass QGIS's thread limit on."""
+    from qgis.core import QgsApplication, QgsProcessingAlgorithm, QgsProcessingContext
+    from qgis.PyQt import sip
+    from processing.core.ProcessingConfig import ProcessingConfig
+    registry = QgsApplication.processingRegistry()
+    folder = os.path.join(work, 'guards')
+    os.makedirs(folder)
+    os.makedirs(os.path.join(work, 'guarded'))
+    # A file that exists but is no program.
+    broken = os.path.join(folder, 'not-a-program')
+    with open(broken, 'w') as stream:
+        stream.write('nothing to run\n')
+    not_gdal = virtual_raster(scene)
+    check(not_gdal.isValid() and not_gdal.providerType() == 'virtualraster',
+          'no virtual raster layer to try')
+
+    class Context(QgsProcessingContext):
+        # QGIS's limit on an algorithm's threads (a setting from 3.28 on).
+        def maximumThreads(self):  # noqa: N802
+            return 2
+
+    # Each algorithm's own parameters for a short run.
+    own = {'classify': {'ITERATIONS': 2}, 'apply': {'MODEL': model}}
+    seen = {}
+    for name, parameters in own.items():
+        algorithm = registry.createAlgorithmById('isodata:' + name)
+        # Refused runs are to write into the folder, which must stay as it was.
+        refused = os.path.join(folder, name + '.tif')
+
+        def run(**changed):
+            feedback, context = recording_feedback(), Context()
+            values = dict(parameters, INPUT=scene, OUTPUT=refused)
+            values.update(changed)
+            results, ok = algorithm.run(values, context, feedback)
+            return ok, results, feedback
+
+        output = os.path.join(work, 'guarded', name + '.tif')
+        ok, results, feedback = run(OUTPUT=output)
+        seen[name] = {'ready': algorithm.canExecute(), 'ran': ok and results.get('OUTPUT') == output,
+                      'threads': [c for c in feedback.commands if ' -threads 2 ' in c] != []}
+        ok, results, feedback = run(INPUT=not_gdal)
+        seen[name]['not gdal'] = (ok, feedback.said[-1:])
+        path = os.environ['PATH']
+        try:
+            ProcessingConfig.setSettingValue('ISODATA_EXECUTABLE', '')
+            os.environ['PATH'] = folder
+            ok, results, feedback = run()
+            seen[name]['missing'] = (algorithm.canExecute(), ok, feedback.said[-1:])
+            ProcessingConfig.setSettingValue('ISODATA_EXECUTABLE', broken)
+            ok, results, feedback = run()
+            seen[name]['broken'] = (algorithm.canExecute(), ok, feedback.said[-1:])
+        finally:
+            os.environ['PATH'] = path
+            ProcessingConfig.setSettingValue('ISODATA_EXECUTABLE', isodata)
+        seen[name]['flags'] = int(algorithm.flags())
+        check(sorted(os.listdir(folder)) == ['not-a-program'],
+              'isodata:{} left {} behind'.format(name, os.listdir(folder)))
+    # A refused run's Python frame outlives it, and so do the frames that
+    # called it and their locals; the layer goes now, while QGIS can delete it.
+    sip.delete(not_gdal)
+
+    classify, apply = seen['classify'], seen['apply']
+    for key in classify:
+        check(apply[key] == classify[key], 'apply and classify differ in {}: {} and {}'.format(
+            key, apply[key], classify[key]))
+    check(classify['ready'] == (True, '') and classify['ran'] and classify['threads'],
+          'with the command at hand: {}'.format(classify))
+    check(classify['flags'] & int(QgsProcessingAlgorithm.FlagCanCancel)
+          and not classify['flags'] & int(QgsProcessingAlgorithm.FlagNoThreading),
+          'flags {:#x}'.format(classify['flags']))
+    check(not classify['not gdal'][0] and 'through GDAL' in classify['not gdal'][1][0],
+          'a layer GDAL cannot read: {}'.format(classify['not gdal']))
+    for case, wanted in (('missing', 'not found on PATH'), ('broken', 'cannot be run')):
+        (ready, reason), ok, said = classify[case]
+        check(not ready and wanted in reason and not ok and said == [reason],
+              'command {}: canExecute {}, run {} saying {}'.format(case, (ready, reason), ok, said))
+    print('classify and apply alike: canExecute, refusals, flags, -threads')
+
+
+def check_cancel_leaves_nothing(name, parameters, work):
+    """A run cancelled at its first progress report stops the command with
+    SIGTERM and leaves nothing in the output folder."""
+    import subprocess as processes
+    from qgis.core import QgsApplication, QgsProcessingContext, QgsProcessingFeedback
+    folder = os.path.join(work, 'cancelled-' + name)
+    os.makedirs(folder)
+    algorithm = QgsApplication.processingRegistry().createAlgorithmById('isodata:' + name)
+    feedback, reports, stopped = QgsProcessingFeedback(), [], []
+    feedback.progressChanged.connect(lambda percent: (reports.append(percent), feedback.cancel()))
+    terminate = processes.Popen.terminate
+
+    def recorded(process):
+        stopped.append(process)
+        terminate(process)
+    processes.Popen.terminate = recorded
+    try:
+        results, _ = algorithm.run(dict(parameters, OUTPUT=os.path.join(folder, 'classes.tif')),
+                                   QgsProcessingContext(), feedback)
+    finally:
+        processes.Popen.terminate = terminate
+
+    check(len(reports) >= 1, '{}: the run reported no progress before it ended'.format(name))
+    # Ended by the signal (the command exits 128 + SIGTERM once it has cleaned up), not done.
+    check([p.returncode in (-15, 143) for p in stopped] == [True],
+          '{}: SIGTERM went to {} commands, which ended with {}'.format(
+              name, len(stopped), [p.returncode for p in stopped]))
+    check('OUTPUT' not in results, '{}: a cancelled run returned an output'.format(name))
+    check(os.listdir(folder) == [], '{}: a cancelled run left {}'.format(name, os.listdir(folder)))
+    print('isodata:{} cancelled at {:.1f}%, output folder empty'.format(name, reports[0]))
+
+
+def check_cancel_after_the_end():
+    """A cancel that comes when the command has already finished (a stand-in
+    that lets SIGTERM pass and ends with status 0) leaves the run standing:
+    its summary comes back, not the None of a stopped run."""
+    from qgis.core import QgsProcessingFeedback
+    from isodata_processing import command
+    stand_in = [sys.executable, '-c', (
+        'import signal, sys, time\n'
+        'signal.signal(signal.SIGTERM, signal.SIG_IGN)\n'
+        'print("progress 50.0 Working", file=sys.stderr, flush=True)\n'
+        'time.sleep(0.5)\n'
+        'print(\'{"classes": []}\')\n')]
+    feedback = QgsProcessingFeedback()
+    feedback.progressChanged.connect(lambda percent: feedback.cancel())
+    summary = command.run(stand_in, feedback)
+    check(feedback.isCanceled() and summary == {'classes': []},
+          'a run that finished as it was cancelled gave {}'.format(summary))
+    print('a cancel after the command finished leaves the run standing')
+
+
+def check_failure_and_formats(scene, work):
+    from qgis.core import QgsApplication, QgsProcessingContext
+    folder = os.path.join(work, 'failed')
+    os.makedirs(folder)
+    registry = QgsApplication.processingRegistry()
+    algorithm = registry.createAlgorithmById('isodata:classify')
+    feedback = recording_feedback()
     algorithm.run({'INPUT': scene, 'BANDS': [9], 'OUTPUT': os.path.join(folder, 'c.tif')},
                   QgsProcessingContext(), feedback)
     message = "isodata: -b 9: input '{}' has only 6 bands".format(scene)
     check([m for m in feedback.said if 'only 6 bands' in m] == [message],
           'the failure reached the feedback as {}'.format(feedback.said))
-    offered = algorithm.parameterDefinition('OUTPUT').supportedOutputRasterLayerExtensions()
-    check('tif' in offered and not {'jpg', 'vrt', 'webp'} & set(offered), 'the output offers {}'.format(offered))
+    for name in ('classify', 'apply'):
+        offered = registry.createAlgorithmById('isodata:' + name).parameterDefinition(
+            'OUTPUT').supportedOutputRasterLayerExtensions()
+        check('tif' in offered and not {'jpg', 'vrt', 'webp'} & set(offered),
+              'isodata:{} output offers {}'.format(name, offered))
     print('a failure is reported once, as the command said it; output types offered: ' + ' '.join(offered))
 
 
@@ -179,8 +353,8 @@ def main():
         os.makedirs(os.path.dirname(scene))
         shutil.copy(os.path.join(source, 'data', 'L7_ETMs.tif'), scene)
 
-        check_qgis_process_matches_command(isodata, scene, work, env)
-        check_cancel_leaves_nothing(isodata, scene, home, work)
+        model = check_qgis_process_matches_command(isodata, scene, work, env)
+        check_in_qgis(isodata, scene, model, home, work)
 
 
 if __name__ == '__main__':
