@@ -9,6 +9,7 @@
 #include "OptionTable.h"
 
 #include <OutputFormats.h>
+#include <Run.h>
 
 #include <sstream>
 
@@ -48,7 +49,7 @@ public:
     Row& Word(const char* word, double value) { row_.words.emplace_back(word, value); return *this; }
     Row& Automatic() { row_.automatic = true; return *this; }
     Row& Ask(isodata_run::AskField field) { row_.ask = field; return *this; }
-    Row& Help(const char* text) { row_.help = text; return *this; }
+    Row& Help(const std::string& text) { row_.help = text; return *this; }
     Row& Json(const char* key) { row_.jsonKey = key; return *this; }
     Row& Qgis(const char* name, const char* label, const char* kind = "") {
         row_.qgisName = name;
@@ -90,9 +91,8 @@ std::vector<OptionRow> Rows() {
             .Json("initial").Qgis("INITIAL", "Initial cluster centres").Ask(F::InitialClasses),
         Row({"-min-size"}, &O::minClassPixels, "<pixels>").Default(20)
             .AtLeast(0, "a cluster cannot have fewer than 0 pixels")
-            .Help("Clusters with fewer pixels are dropped (0 keeps all). Counted on the working copy: the "
-                  "input at full size up to 100 pixels on its shorter side, half size up to 5000, quarter "
-                  "size beyond.")
+            .Help("Clusters with fewer pixels are dropped (0 keeps all). Counted on the working copy: " +
+                  isodata_run::WorkingCopyRule() + ".")
             .Json("min-size").Qgis("MIN_SIZE", "Minimum cluster size (pixels)").Ask(F::MinClassPixels),
         Row({"-merge-pairs"}, &O::maxMergePairs, "<n>").Default(2)
             .AtLeast(0, "at least 0 pairs (0 merges nothing)")
@@ -157,8 +157,8 @@ std::vector<OptionRow> Rows() {
         Row({"-co"}, &O::creationOptions, "<NAME=VALUE>").Expects("NAME=VALUE")
             .Help("Creation option of that format; repeat for several.").Json("co").Ask(F::CreationOptions),
         Row({"-preview"}, &O::previewPath, "<png>").Expects("a file name")
-            .Help("Also write a quick-look PNG of the classes in their colours, at most 1024 pixels on its "
-                  "longer side.")
+            .Help("Also write a quick-look PNG of the classes in their colours, at most " +
+                  std::to_string(isodata_run::kPreviewMaxSide) + " pixels on its longer side.")
             .Json("preview").Ask(F::Preview),
         Row({"-json"}, &O::json)
             .Help("Print the summary as one JSON object on stdout (also with -q); progress then goes to "

@@ -10,10 +10,13 @@ namespace isodata {
 
 // Reduction by the input's shorter side: 1 up to 100 pixels, 0.5 up to
 // 5000, 0.25 beyond.
+inline constexpr int kFullSizeUpTo = 100;   // pixels on the shorter side read at full size
+inline constexpr int kHalfSizeUpTo = 5000;  // and at half size; beyond, at quarter size
+
 inline double ReductionFactor(int width, int height) {
     const double shorter = static_cast<double>(width < height ? width : height);
-    if (shorter <= 100.0) return 1.0;
-    if (shorter <= 5000.0) return 0.5;
+    if (shorter <= kFullSizeUpTo) return 1.0;
+    if (shorter <= kHalfSizeUpTo) return 0.5;
     return 0.25;
 }
 

@@ -50,4 +50,12 @@ ISODATA_RUN_API RunReport Run(const RunRequest& request, RunListener& listener);
 // The version of GDAL the library reads and writes with, as GDAL gives it.
 ISODATA_RUN_API std::string GdalVersion();
 
+// What the clustering runs on, in words for a host's help: "the input at
+// full size up to 100 pixels on its shorter side, half size up to 5000,
+// quarter size beyond".
+ISODATA_RUN_API std::string WorkingCopyRule();
+
+// The longer side of a preview, in pixels, at most.
+inline constexpr int kPreviewMaxSide = 1024;
+
 } // namespace isodata_run

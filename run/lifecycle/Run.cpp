@@ -15,6 +15,8 @@
 #include "Publish.h"
 #include "RunFolder.h"
 
+#include <WorkingCopySize.h>
+
 #include <gdal.h>
 
 #include <cstring>
@@ -107,6 +109,12 @@ RunReport Conclude(const RunFolder& folder, const ChildChannel& channel, const R
 RunListener::~RunListener() = default;
 
 std::string GdalVersion() { return GDALVersionInfo("--version"); }
+
+std::string WorkingCopyRule() {
+    return "the input at full size up to " + std::to_string(isodata::kFullSizeUpTo) +
+           " pixels on its shorter side, half size up to " + std::to_string(isodata::kHalfSizeUpTo) +
+           ", quarter size beyond";
+}
 
 RunReport Run(const RunRequest& request, RunListener& listener) {
     const std::string& place = request.runFolderPlace;

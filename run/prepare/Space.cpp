@@ -15,6 +15,7 @@
 
 #include "Convert.h"
 #include "Paths.h"
+#include "Run.h"
 #include "RunFolder.h"
 
 #include <WorkingCopySize.h>
@@ -30,9 +31,9 @@ namespace {
 // Every cluster's index file ends in a partly filled block; the clusters of
 // a run stay under 512 and blocks under 4 KiB on the usual file systems.
 constexpr std::int64_t kScratchSlack = std::int64_t{512} * 4096;
-// A PNG quick-look of at most 1024 x 1024 one-byte pixels, and the headers
-// and side files beside the rasters.
-constexpr std::int64_t kPreviewBytes = std::int64_t{1024} * 1024;
+// A PNG quick-look of one-byte pixels, at most kPreviewMaxSide on a side,
+// and the headers and side files beside the rasters.
+constexpr std::int64_t kPreviewBytes = std::int64_t{kPreviewMaxSide} * kPreviewMaxSide;
 constexpr std::int64_t kSideFiles = 64 * 1024;
 
 std::int64_t FreeBytes(const std::string& folder) {

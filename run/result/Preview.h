@@ -1,13 +1,14 @@
 // A quick-look PNG of a class raster in its class colours.
 #pragma once
 
+#include "Run.h"
+
 #include <string>
 
 class GDALDataset;
 
 namespace isodata_run {
 
-constexpr int kPreviewMaxSide = 1024;
 
 struct PreviewSize {
     int width = 0;
