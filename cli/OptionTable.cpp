@@ -148,7 +148,8 @@ std::vector<OptionRow> Rows() {
             .Json("mem"),
         Row({"-of"}, &O::format, "<format>").NewUsageLine().Default(DefaultFormatName()).Ask(F::Format)
             .Expects("a GDAL format name")
-            .Help("GDAL format of the output: ENVI, GTiff, COG or any GDAL raster driver that writes files and "
+            .Help("GDAL format of the output: " + isodata_run::DefaultFormat() +
+                  ", GTiff, COG or any GDAL raster driver that writes files and "
                   "holds the classes exactly (no JPEG or other lossy compression, no VRT). GTiff and COG are "
                   "compressed losslessly (DEFLATE) unless -co says otherwise; class names go where the format "
                   "keeps them (for GeoTIFF, the .aux.xml beside it). The written file is read back and compared "

@@ -158,7 +158,7 @@ std::string HelpText() {
     std::string help = "isodata: unsupervised ISODATA classification of a multi-band raster.\n\n" + UsageText() +
                        "\n"
                        "Writes <output> as a one-band Byte class raster georeferenced like <input>,\n"
-                       "by default in ENVI format (raw pixels in <output>, the header in\n"
+                       "by default in " + isodata_run::DefaultFormat() + " format (raw pixels in <output>, the header in\n"
                        "<output base>.hdr). Pixel value 0 is unclassified, 1..n are the classes,\n"
                        "each with a name and a colour.\n\n"
                        "Options:\n";
