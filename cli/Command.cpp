@@ -1,4 +1,4 @@
-// The command's side of a run: the ranges of the typed numbers, then the
+// The command's side of a run: what the words alone show, then the
 // run library's checks, the run with progress drawn as the person asked,
 // and the report in words (or JSON) and an exit status. Each failure is one
 // "isodata: ..." line on err, naming the options as the command spells them.
@@ -12,6 +12,7 @@
 #include <Run.h>
 
 #include <QJsonDocument>
+#include <QJsonObject>
 
 namespace isodata_cli {
 namespace {
@@ -19,9 +20,20 @@ namespace {
 using isodata_run::RunOutcome;
 using isodata_run::RunReport;
 
-int Complain(std::ostream& err, const std::string& message, ExitCode code) {
+// A failure as one line on err, and for a script that asked for JSON as
+// {"error": ..., "exit": ...} on out.
+int Complain(const Options& o, std::ostream& out, std::ostream& err, const std::string& message, int code) {
     err << "isodata: " << message << "\n" << std::flush;
-    return static_cast<int>(code);
+    if (o.json)
+        out << QJsonDocument(QJsonObject{{"error", QString::fromStdString(message)}, {"exit", code}})
+                   .toJson(QJsonDocument::Indented)
+                   .toStdString()
+            << std::flush;
+    return code;
+}
+
+int Complain(const Options& o, std::ostream& out, std::ostream& err, const std::string& message, ExitCode code) {
+    return Complain(o, out, err, message, static_cast<int>(code));
 }
 
 ProgressStyle StyleFor(const Options& o, bool progressIsTerminal) {
@@ -74,8 +86,8 @@ Options AsChecked(Options o, const isodata_run::RunRequest& request) {
 } // namespace
 
 int RunCommand(const Options& options, std::ostream& out, std::ostream& err, bool progressIsTerminal) {
-    if (std::string problem = CheckRanges(options); !problem.empty())
-        return Complain(err, problem, ExitCode::BadRequest);
+    if (std::string problem = CheckWords(options); !problem.empty())
+        return Complain(options, out, err, problem, ExitCode::BadRequest);
     isodata_run::RunAsk ask = options;
     ask.describeParameters = [&options](const isodata_run::RunRequest& request) {
         return QJsonDocument(ParametersJson(AsChecked(options, request))).toJson(QJsonDocument::Compact).toStdString();
@@ -83,7 +95,8 @@ int RunCommand(const Options& options, std::ostream& out, std::ostream& err, boo
     const isodata_run::Prepared prepared = isodata_run::Prepare(ask);
     if (options.gdalDebug && !prepared.space.folder.empty())
         err << "isodata: " << isodata_run::SpaceDetails(prepared.space) << "\n";
-    if (prepared.refusal) return Complain(err, RefusalText(*prepared.refusal), ExitCode::BadRequest);
+    if (prepared.refusal)
+        return Complain(options, out, err, RefusalText(*prepared.refusal), ExitCode::BadRequest);
     const Options o = AsChecked(options, prepared.request);
 
     const ProgressStyle style = StyleFor(o, progressIsTerminal);
@@ -104,8 +117,10 @@ int RunCommand(const Options& options, std::ostream& out, std::ostream& err, boo
             err << "isodata: warning: " << WithRemedies(warning.message, warning.remedies) << "\n";
         err << std::flush;
     }
-    if (report.outcome != RunOutcome::Ok)
+    if (report.outcome == RunOutcome::PreviewFailed)
         err << "isodata: " << WithRemedies(report.message, report.remedies) << "\n" << std::flush;
+    else if (!published)
+        return Complain(o, out, err, WithRemedies(report.message, report.remedies), code);
     return code;
 }
 

@@ -49,6 +49,7 @@ public:
     Row& Word(const char* word, double value) { row_.words.emplace_back(word, value); return *this; }
     Row& Automatic() { row_.automatic = true; return *this; }
     Row& Ask(isodata_run::AskField field) { row_.ask = field; return *this; }
+    Row& FindsClasses() { row_.findsClasses = true; return *this; }
     Row& Help(const std::string& text) { row_.help = text; return *this; }
     Row& Json(const char* key) { row_.jsonKey = key; return *this; }
     Row& Qgis(const char* name, const char* label, const char* kind = "") {
@@ -82,34 +83,34 @@ std::vector<OptionRow> Rows() {
             .Json("b").Qgis("BANDS", "Bands to classify").Ask(F::Bands),
         Row({"-classes"}, &O::classes, "<n>").NewUsageLine().Default(8)
             .Range(1, 255, "between 1 and 255 classes fit a Byte class raster")
-            .Help("Number of classes wanted.").Json("classes").Qgis("CLASSES", "Number of classes").Ask(F::Classes),
+            .Help("Number of classes wanted.").Json("classes").Qgis("CLASSES", "Number of classes").Ask(F::Classes).FindsClasses(),
         Row({"-initial"}, &O::initialClasses, "<n>").Default(4)
             .Range(1, 255, "between 1 and 255 starting centres")
             .Help("Cluster centres to start from. The iterations end early once the cluster count equals "
                   "the classes wanted after an odd-numbered iteration, so starting below that number "
                   "leaves room to split.")
-            .Json("initial").Qgis("INITIAL", "Initial cluster centres").Ask(F::InitialClasses),
+            .Json("initial").Qgis("INITIAL", "Initial cluster centres").Ask(F::InitialClasses).FindsClasses(),
         Row({"-min-size"}, &O::minClassPixels, "<pixels>").Default(20)
             .AtLeast(0, "a cluster cannot have fewer than 0 pixels")
             .Help("Clusters with fewer pixels are dropped (0 keeps all). Counted on the working copy: " +
                   isodata_run::WorkingCopyRule() + ".")
-            .Json("min-size").Qgis("MIN_SIZE", "Minimum cluster size (pixels)").Ask(F::MinClassPixels),
+            .Json("min-size").Qgis("MIN_SIZE", "Minimum cluster size (pixels)").Ask(F::MinClassPixels).FindsClasses(),
         Row({"-merge-pairs"}, &O::maxMergePairs, "<n>").Default(2)
             .AtLeast(0, "at least 0 pairs (0 merges nothing)")
             .Help("Most cluster pairs merged in one merge step.")
-            .Json("merge-pairs").Qgis("MERGE_PAIRS", "Cluster pairs merged per step").Ask(F::MaxMergePairs),
+            .Json("merge-pairs").Qgis("MERGE_PAIRS", "Cluster pairs merged per step").Ask(F::MaxMergePairs).FindsClasses(),
         Row({"-iter"}, &O::maxIterations, "<n>").NewUsageLine().Default(10)
             .AtLeast(1, "at least 1 iteration (0 would run until the class count reaches -classes, "
                         "which may never happen)")
-            .Help("Iterations to run.").Json("iter").Qgis("ITERATIONS", "Iterations").Ask(F::MaxIterations),
+            .Help("Iterations to run.").Json("iter").Qgis("ITERATIONS", "Iterations").Ask(F::MaxIterations).FindsClasses(),
         Row({"-std"}, &O::stdDevThreshold, "<value>").Default(10)
             .AtLeast(0, "a standard deviation is never negative")
             .Help("A cluster whose largest band standard deviation exceeds this may be split.")
-            .Json("std").Qgis("STD", "Split threshold (standard deviation)").Ask(F::StdDevThreshold),
+            .Json("std").Qgis("STD", "Split threshold (standard deviation)").Ask(F::StdDevThreshold).FindsClasses(),
         Row({"-merge-dist"}, &O::mergeDistance, "<value>").Default(20)
             .AtLeast(0, "a distance is never negative")
             .Help("Cluster centres closer than this (Euclidean distance, in pixel values) may be merged.")
-            .Json("merge-dist").Qgis("MERGE_DIST", "Merge distance").Ask(F::MergeDistance),
+            .Json("merge-dist").Qgis("MERGE_DIST", "Merge distance").Ask(F::MergeDistance).FindsClasses(),
         Row({"-oo"}, &O::openOptions, "<NAME=VALUE>").NewUsageLine().Expects("NAME=VALUE")
             .Help("Open option of the input's GDAL driver (OVERVIEW_LEVEL=NONE, say); repeat for several. The "
                   "input is opened with them wherever it is read.")
@@ -236,9 +237,11 @@ std::string CheckRange(const OptionRow& row, T value) {
 
 } // namespace
 
-std::string CheckRanges(const Options& o) {
+std::string CheckWords(const Options& o) {
     for (const OptionRow& row : OptionTable()) {
         if (!o.given.count(row.Shown())) continue;
+        if (row.findsClasses && !o.apply.empty())
+            return row.Shown() + " cannot go with -apply: the model's classes are applied as they are";
         std::string problem;
         if (auto f = std::get_if<int Options::*>(&row.field)) problem = CheckRange(row, o.**f);
         if (auto f = std::get_if<double Options::*>(&row.field)) problem = CheckRange(row, o.**f);

@@ -52,6 +52,7 @@ struct OptionRow {
     // "file_out" (a file to write). Numbers and band lists need no word.
     std::string qgisKind;
     bool newUsageLine = false;  // starts a new line of the usage synopsis
+    bool findsClasses = false;  // a setting of the clustering, which a model to apply does not take
 
     const std::string& Shown() const { return names.front(); }
     bool TakesValue() const;
@@ -71,9 +72,9 @@ std::string WithRemedies(const std::string& message, const std::vector<isodata_r
 // A refusal as one line: "-b 7: input 'x' has only 6 bands".
 std::string RefusalText(const isodata_run::Refusal& refusal);
 
-// The complaint about the typed numbers that are out of their range, or
-// nothing when all fit.
-std::string CheckRanges(const Options& options);
+// What the words alone show to be wrong: a typed number out of its range,
+// or a clustering setting given with a model to apply; nothing when all fit.
+std::string CheckWords(const Options& options);
 
 // An option's value in options as JSON (null for an empty text or an
 // automatic choice).

@@ -2,6 +2,7 @@
 // that they can be applied to other rasters (docs/model.md gives the format).
 #pragma once
 
+#include "RunApi.h"
 #include "RunRequest.h"
 
 #include <cstdint>
@@ -12,6 +13,7 @@ namespace isodata_run {
 
 constexpr const char* kModelFormat = "isodata-model";
 constexpr int kModelVersion = 1;
+constexpr int kMaxModelClasses = 255;  // class values 1..255 of a Byte class raster
 
 struct ModelBand {
     int band = 0;  // 1-based
@@ -42,10 +44,13 @@ struct Model {
 };
 
 // False with error set when the file cannot be written.
-bool WriteModel(const std::string& path, const Model& model, std::string& error);
+ISODATA_RUN_API bool WriteModel(const std::string& path, const Model& model, std::string& error);
 
 // False with error set, naming the file, when it cannot be read, is no model,
-// or is of a version this program does not know.
-bool ReadModel(const std::string& path, Model& model, std::string& error);
+// is of a version this program does not know, or holds what no class raster
+// can: more than 255 classes, a centre that is not finite or not written as
+// JSON numbers (whose hexadecimal form, when given, must be the same
+// number), a colour outside 0..255.
+ISODATA_RUN_API bool ReadModel(const std::string& path, Model& model, std::string& error);
 
 } // namespace isodata_run

@@ -31,6 +31,7 @@ struct SpaceEstimate {
     std::int64_t result = 0;        // the class raster, one byte a pixel
     std::int64_t conversion = 0;    // its copy in another format (at most as large, as it is lossless)
     std::int64_t preview = 0;
+    std::int64_t model = 0;         // the model file, when one is asked for
 
     bool Enough() const { return free < 0 || needed <= free; }
 };

@@ -48,6 +48,7 @@ struct MaskSettings {
     bool datasetMasks = true;          // per-dataset masks and alpha bands count
     bool nonFinite = true;             // NaN and infinities are left out
     std::string maskRaster;            // band 1, the input's size; empty: none
+    std::vector<std::string> maskFiles;  // every file GDAL reads for the mask raster
 };
 
 // The classes as a model file: written after a run, or applied instead of

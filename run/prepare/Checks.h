@@ -32,8 +32,13 @@ inline Refusal Refuse(AskField field, std::string problem, std::vector<Remedy> r
 
 // What the checks learn of the input beyond the request.
 struct InputFacts {
-    std::vector<std::string> bandTypes;  // GDAL's name of each band's type
+    std::vector<std::string> bandTypes;         // GDAL's name of each band's type
+    std::vector<std::string> bandDescriptions;  // GDAL's description of each band
 };
+
+// A name GDAL opens a dataset by (a file, a virtual path, a subdataset
+// name) whose file is there and is no FIFO or device.
+Check CheckDatasetName(AskField field, const std::string& name);
 
 // InputCheck.cpp: the input opened with its open options.
 Check CheckInput(const RunAsk& ask, InputSettings& input, InputFacts& facts);
@@ -48,10 +53,13 @@ Check CheckOutputs(const RunAsk& ask, RunRequest& request);
 Check CheckModelAndBands(const RunAsk& ask, const InputFacts& facts, RunRequest& request);
 Check CheckMask(const RunAsk& ask, RunRequest& request);
 Check CheckResources(const RunAsk& ask, RunRequest& request);
+// The machine's physical memory in bytes; 0 when it cannot be told.
+std::int64_t PhysicalMemory();
 
 // Space.cpp: the room the run needs where its folder goes, and the refusal
 // when it is not there.
 SpaceEstimate EstimateSpace(const RunRequest& request);
-Refusal SpaceRefusal(const SpaceEstimate& space);
+// inTmpDir: the run folder's place was asked for.
+Refusal SpaceRefusal(const SpaceEstimate& space, bool inTmpDir);
 
 } // namespace isodata_run

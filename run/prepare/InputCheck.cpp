@@ -17,6 +17,7 @@
 
 #include <cpl_minixml.h>
 #include <cpl_string.h>
+#include <cpl_vsi.h>
 #include <gdal_priv.h>
 
 #include <sys/stat.h>
@@ -24,20 +25,40 @@
 namespace isodata_run {
 namespace {
 
-Check CheckInputFile(const std::string& path) {
+} // namespace
+
+Check CheckDatasetName(AskField field, const std::string& path) {
     if (IsVirtualPath(path)) return {};
     std::string file = path;
     if (!Exists(path)) {
         const auto sub = SplitSubdatasetName(path);
-        if (!sub) return Refuse(AskField::Input, Quote(path) + " does not exist");
+        if (!sub) return Refuse(field, Quote(path) + " does not exist");
         if (IsVirtualPath(sub->file)) return {};
-        if (!Exists(sub->file)) return Refuse(AskField::Input, Quote(path) + ": " + Quote(sub->file) + " does not exist");
+        if (!Exists(sub->file)) return Refuse(field, Quote(path) + ": " + Quote(sub->file) + " does not exist");
         file = sub->file;
     }
     struct stat st {};
     if (stat(file.c_str(), &st) == 0 && !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode))
-        return Refuse(AskField::Input, Quote(file) + " is not a regular file");
+        return Refuse(field, Quote(file) + " is not a regular file");
     return {};
+}
+
+namespace {
+
+// A raw file GDAL reads by offsets (ENVI, EHdr and the like) must hold every
+// pixel its header promises: GDAL would read the missing ones as 0.
+Check CheckRawLength(GDALDataset& ds, const std::string& name) {
+    GDALDataset::RawBinaryLayout layout;
+    if (!ds.GetRawBinaryLayout(layout) || ds.GetRasterCount() < 1) return {};
+    const std::int64_t w = ds.GetRasterXSize(), h = ds.GetRasterYSize(), b = ds.GetRasterCount();
+    const std::int64_t last = static_cast<std::int64_t>(layout.nImageOffset) + (h - 1) * layout.nLineOffset +
+                              (w - 1) * layout.nPixelOffset + (b - 1) * layout.nBandOffset +
+                              GDALGetDataTypeSizeBytes(layout.eDataType);
+    VSIStatBufL st;
+    if (VSIStatL(layout.osRawFilename.c_str(), &st) != 0 || static_cast<std::int64_t>(st.st_size) >= last) return {};
+    return Refuse(AskField::Input, Quote(name) + " is shorter than its header says: " + Quote(layout.osRawFilename) +
+                                       " lacks " + std::to_string(last - static_cast<std::int64_t>(st.st_size)) +
+                                       " of its " + std::to_string(last) + " bytes");
 }
 
 // A container's datasets as gdalinfo lists them: "NAME (DESC)", the first few.
@@ -83,7 +104,7 @@ Check CheckOpenOptions(GDALDriver* driver, const CPLStringList& options, const s
 } // namespace
 
 Check CheckInput(const RunAsk& ask, InputSettings& input, InputFacts& facts) {
-    if (Check problem = CheckInputFile(ask.input)) return problem;
+    if (Check problem = CheckDatasetName(AskField::Input, ask.input)) return problem;
     for (const std::string& option : ask.openOptions)
         if (Check problem = CheckNameValue(AskField::OpenOptions, option)) return problem;
     const CPLStringList options = StringList(ask.openOptions);
@@ -104,8 +125,11 @@ Check CheckInput(const RunAsk& ask, InputSettings& input, InputFacts& facts) {
     input.bands = ds->GetRasterCount();
     input.width = ds->GetRasterXSize();
     input.height = ds->GetRasterYSize();
-    for (int b = 1; b <= input.bands; ++b)
-        facts.bandTypes.emplace_back(GDALGetDataTypeName(ds->GetRasterBand(b)->GetRasterDataType()));
+    for (int b = 1; b <= input.bands; ++b) {
+        GDALRasterBand* band = ds->GetRasterBand(b);
+        facts.bandTypes.emplace_back(GDALGetDataTypeName(band->GetRasterDataType()));
+        facts.bandDescriptions.emplace_back(band->GetDescription());
+    }
     const CPLStringList files(ds->GetFileList());
     for (int i = 0; i < files.size(); ++i) input.files.emplace_back(files[i]);
     input.driver = ds->GetDriver() ? ds->GetDriver()->GetDescription() : "";
@@ -113,7 +137,8 @@ Check CheckInput(const RunAsk& ask, InputSettings& input, InputFacts& facts) {
         const std::string inside = SubdatasetList(*ds);
         return Refuse(AskField::Input, Quote(ask.input) + (inside.empty() ? " has no raster band" : " holds " + inside));
     }
-    return CheckOpenOptions(ds->GetDriver(), options, input.driver);
+    if (Check problem = CheckOpenOptions(ds->GetDriver(), options, input.driver)) return problem;
+    return CheckRawLength(*ds, ask.input);
 }
 
 } // namespace isodata_run

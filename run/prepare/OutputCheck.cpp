@@ -61,15 +61,21 @@ Check CheckFolder(AskField field, const std::string& path) {
     return {};
 }
 
-// A file the run will write: not the input, and not an existing file unless
-// overwriting is allowed.
+// A file the run will write: none the run reads (the input, the mask
+// raster, the model to apply), and not an existing file unless overwriting
+// is allowed.
 Check CheckNewFile(AskField field, const std::string& file, const std::string& named, const RunAsk& ask,
-                   const InputSettings& input) {
-    for (const std::string& inputFile : input.files) {
-        if (!SamePath(file, inputFile)) continue;
-        if (file == named) return Refuse(field, Quote(named) + " is the input itself");
-        return Refuse(field, Quote(named) + " would overwrite " + Quote(file) + ", part of the input");
-    }
+                   const RunRequest& request) {
+    const std::pair<const std::vector<std::string>*, const char*> read[] = {
+        {&request.input.files, "the input"}, {&request.mask.maskFiles, "the mask raster"}};
+    for (const auto& [files, what] : read)
+        for (const std::string& readFile : *files) {
+            if (!SamePath(file, readFile)) continue;
+            if (file == named) return Refuse(field, Quote(named) + " is " + what + " itself");
+            return Refuse(field, Quote(named) + " would overwrite " + Quote(file) + ", part of " + what);
+        }
+    if (!ask.apply.empty() && SamePath(file, ask.apply))
+        return Refuse(field, Quote(named) + " is the model to apply");
     std::error_code ec;
     if (fs::is_directory(file, ec)) return Refuse(field, Quote(file) + " is a folder");
     if (Exists(file) && !ask.overwrite)
@@ -85,7 +91,7 @@ Check CheckSideFile(AskField field, const std::string& path, const RunRequest& r
     for (const std::string& file : ResultFilesFor(request.output.path, request.output.format).All())
         if (SamePath(path, file))
             return Refuse(field, Quote(path) + " would overwrite " + Quote(file) + ", part of the output");
-    return CheckNewFile(field, path, path, ask, request.input);
+    return CheckNewFile(field, path, path, ask, request);
 }
 
 Check CheckOutput(const RunAsk& ask, const RunRequest& request) {
@@ -94,7 +100,7 @@ Check CheckOutput(const RunAsk& ask, const RunRequest& request) {
     if (!result.header.empty() && SamePath(result.raw, result.header))
         return Refuse(AskField::Output, Quote(ask.output) + " would be its own header; choose a name not ending in .hdr");
     for (const std::string& file : result.All())
-        if (Check problem = CheckNewFile(AskField::Output, file, ask.output, ask, request.input)) return problem;
+        if (Check problem = CheckNewFile(AskField::Output, file, ask.output, ask, request)) return problem;
     return {};
 }
 

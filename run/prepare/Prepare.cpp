@@ -55,7 +55,7 @@ Prepared Prepare(const RunAsk& ask) {
     prepared.refusal = CheckAll(ask, prepared.request);
     if (prepared.refusal) return prepared;
     prepared.space = EstimateSpace(prepared.request);
-    if (!prepared.space.Enough()) prepared.refusal = SpaceRefusal(prepared.space);
+    if (!prepared.space.Enough()) prepared.refusal = SpaceRefusal(prepared.space, !ask.tmpDir.empty());
     return prepared;
 }
 

@@ -9,6 +9,7 @@
 //  3. Threads and memory become a count and a byte budget.
 #include "Checks.h"
 
+#include "InputNames.h"
 #include "Model.h"
 #include "Paths.h"
 
@@ -50,18 +51,41 @@ bool ParseNodata(const std::string& text, double& value) {
     return !text.empty() && errno == 0 && *end == '\0';
 }
 
-// The model's bands in the input: present, and of the type the classes were made on.
+// Whether value lies within the values of the GDAL type named typeName.
+bool InTypeRange(double value, const std::string& typeName) {
+    int clamped = 0, rounded = 0;
+    GDALAdjustValueToDataType(GDALGetDataTypeByName(typeName.c_str()), value, &clamped, &rounded);
+    return !clamped;
+}
+
+// The model's bands in the input: present, of the type and, where both are
+// described, of the description the classes were made on, in a raster of
+// as many bands; and every centre a value of its band's type.
 Check CheckModelBands(const Model& model, const std::string& path, const InputFacts& facts) {
     const int count = static_cast<int>(facts.bandTypes.size());
     for (const ModelBand& b : model.bands) {
         if (b.band < 1 || b.band > count)
             return Refuse(AskField::Apply, Quote(path) + " needs band " + std::to_string(b.band) + ", the input has " +
                                                std::to_string(count));
-        const std::string& type = facts.bandTypes[static_cast<std::size_t>(b.band - 1)];
+        const std::size_t index = static_cast<std::size_t>(b.band - 1);
+        const std::string& type = facts.bandTypes[index];
         if (type != b.dataType)
             return Refuse(AskField::Apply, Quote(path) + ": band " + std::to_string(b.band) + " of the input is " +
                                                type + ", the model's classes were made on " + b.dataType);
+        const std::string& description = facts.bandDescriptions[index];
+        if (!description.empty() && !b.description.empty() && description != b.description)
+            return Refuse(AskField::Apply, Quote(path) + ": band " + std::to_string(b.band) + " of the input is " +
+                                               Quote(description) + ", the model's band " + std::to_string(b.band) +
+                                               " was " + Quote(b.description) + " (bands in another order?)");
     }
+    if (model.bandCount > 0 && model.bandCount != count)
+        return Refuse(AskField::Apply, Quote(path) + " was made on a raster of " + std::to_string(model.bandCount) +
+                                           " bands, the input has " + std::to_string(count));
+    for (const ModelClass& c : model.classes)
+        for (std::size_t i = 0; i < c.centre.size(); ++i)
+            if (!InTypeRange(c.centre[i], model.bands[i].dataType))
+                return Refuse(AskField::Apply, Quote(path) + ": the centre of class " + std::to_string(c.value) +
+                                                   " lies outside the values of " + model.bands[i].dataType);
     for (std::size_t i = 0; i < model.classes.size(); ++i)
         if (model.classes[i].value != static_cast<int>(i) + 1)
             return Refuse(AskField::Apply, Quote(path) + ": the classes are not numbered 1.." +
@@ -98,7 +122,7 @@ Check CheckNodata(const std::string& given, int bandCount, MaskSettings& mask) {
             return Refuse(AskField::SrcNodata, "expects a number, several in quotes, or None, got " + Quote(given));
         values.push_back(v);
     }
-    if (values.empty() || static_cast<int>(values.size()) > bandCount)
+    if (values.size() != 1 && static_cast<int>(values.size()) != bandCount)
         return Refuse(AskField::SrcNodata, Quote(given) + " gives " + std::to_string(values.size()) +
                                                " values: give one, or one for each of the input's " +
                                                std::to_string(bandCount) + " bands");
@@ -114,7 +138,7 @@ Check CheckMaskRaster(const std::string& given, const InputSettings& input, Mask
         mask.maskRaster.clear();
         return {};
     }
-    if (!IsVirtualPath(given) && !Exists(given)) return Refuse(AskField::Mask, Quote(given) + " does not exist");
+    if (Check problem = CheckDatasetName(AskField::Mask, given)) return problem;
     GDALDatasetUniquePtr ds;
     {
         const isodata::QuietGdalErrors quiet;
@@ -127,11 +151,18 @@ Check CheckMaskRaster(const std::string& given, const InputSettings& input, Mask
                                           std::to_string(input.width) + " x " + std::to_string(input.height) +
                                           ": a mask raster must match it");
     // The classification runs in the run folder: the mask is named from anywhere.
-    mask.maskRaster = IsVirtualPath(given) ? given : std::filesystem::absolute(given).string();
+    mask.maskRaster = Anchored(given);
+    const CPLStringList files(ds->GetFileList());
+    for (int i = 0; i < files.size(); ++i) mask.maskFiles.emplace_back(files[i]);
     return {};
 }
 
 } // namespace
+
+std::int64_t PhysicalMemory() {
+    const long long bytes = static_cast<long long>(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGESIZE);
+    return bytes > 0 ? bytes : 0;
+}
 
 Check CheckModelAndBands(const RunAsk& ask, const InputFacts& facts, RunRequest& request) {
     request.mask = MaskSettings();
@@ -164,12 +195,15 @@ Check CheckResources(const RunAsk& ask, RunRequest& request) {
     if (ask.threads < 0) return Refuse(AskField::Threads, "cannot be negative (0 is one for every processor)");
     request.threads = ask.threads > 0 ? ask.threads : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     if (ask.memoryMB < -1) return Refuse(AskField::Memory, "cannot be negative (0 keeps the working copy on disk)");
-    if (ask.memoryMB >= 0) {
-        request.memoryBytes = static_cast<std::int64_t>(ask.memoryMB) << 20;
-    } else {
-        const long long physical = static_cast<long long>(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGESIZE);
+    const std::int64_t physical = PhysicalMemory();
+    if (ask.memoryMB < 0) {
         request.memoryBytes = physical > 0 ? physical / 4 : 0;
+        return {};
     }
+    request.memoryBytes = static_cast<std::int64_t>(ask.memoryMB) << 20;
+    if (physical > 0 && request.memoryBytes > physical)
+        return Refuse(AskField::Memory, std::to_string(ask.memoryMB) + " is more than this machine's " +
+                                            std::to_string(physical >> 20) + " MB of memory");
     return {};
 }
 

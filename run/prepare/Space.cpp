@@ -14,6 +14,7 @@
 #include "Checks.h"
 
 #include "Convert.h"
+#include "Model.h"
 #include "Paths.h"
 #include "Run.h"
 #include "RunFolder.h"
@@ -35,6 +36,10 @@ constexpr std::int64_t kScratchSlack = std::int64_t{512} * 4096;
 // and the headers and side files beside the rasters.
 constexpr std::int64_t kPreviewBytes = std::int64_t{kPreviewMaxSide} * kPreviewMaxSide;
 constexpr std::int64_t kSideFiles = 64 * 1024;
+// A model file's class: its name, colour and counts, and per band its centre
+// twice (decimal and hexadecimal), mean and deviation as JSON text.
+constexpr std::int64_t kModelClassBytes = 512;
+constexpr std::int64_t kModelBandBytes = 160;
 
 std::int64_t FreeBytes(const std::string& folder) {
     struct statvfs fs {};
@@ -62,7 +67,11 @@ SpaceEstimate EstimateSpace(const RunRequest& request) {
     s.result = static_cast<std::int64_t>(in.width) * in.height + kSideFiles;
     if (NeedsConversion(request.output.format, request.output.creationOptions)) s.conversion = s.result;
     if (!request.output.previewPath.empty()) s.preview = kPreviewBytes;
-    s.needed = s.workingCopy + s.workingMask + s.scratch + s.readScratch + s.result + s.conversion + s.preview;
+    if (!request.model.outPath.empty())
+        s.model = kSideFiles + kMaxModelClasses * (kModelClassBytes + kModelBandBytes *
+                                                   static_cast<std::int64_t>(request.classification.bandIndices.size()));
+    s.needed =
+        s.workingCopy + s.workingMask + s.scratch + s.readScratch + s.result + s.conversion + s.preview + s.model;
     s.free = FreeBytes(s.folder);
     return s;
 }
@@ -78,12 +87,15 @@ std::string ByteCount(std::int64_t bytes) {
     return text;
 }
 
-Refusal SpaceRefusal(const SpaceEstimate& s) {
+Refusal SpaceRefusal(const SpaceEstimate& s, bool inTmpDir) {
     Refusal refusal = Refuse(AskField::None, "the run needs " + ByteCount(s.needed) + " in " + Quote(s.folder) + ", " +
                                                  ByteCount(s.free) + " free there",
-                             {{AskField::TmpDir, "to work on another file system"}});
-    // Held in memory, the working copy needs no room on disk.
-    if (s.workingCopy > 0 && s.needed - s.workingCopy <= s.free)
+                             {{AskField::TmpDir, inTmpDir ? "with a folder on a file system that has the room"
+                                                          : "to work on another file system"}});
+    // Held in memory, the working copy needs no room on disk, where the
+    // machine can hold it beside the run.
+    const std::int64_t physical = PhysicalMemory();
+    if (s.workingCopy > 0 && s.needed - s.workingCopy <= s.free && (physical == 0 || s.workingCopy <= physical / 2))
         refusal.remedies.push_back({AskField::Memory, "of " + std::to_string((s.workingCopy >> 20) + 1) +
                                                           " MB or more, to keep the working copy in memory"});
     return refusal;
@@ -93,7 +105,8 @@ std::string SpaceDetails(const SpaceEstimate& s) {
     std::ostringstream text;
     text << "space: " << s.needed << " bytes needed in '" << s.folder << "' (working copy " << s.workingCopy
          << ", mask " << s.workingMask << ", scratch " << s.scratch << ", band-read scratch " << s.readScratch
-         << ", result " << s.result << ", conversion " << s.conversion << ", preview " << s.preview << "), "
+         << ", result " << s.result << ", conversion " << s.conversion << ", preview " << s.preview << ", model "
+         << s.model << "), "
          << s.free << " free";
     return text.str();
 }

@@ -95,6 +95,11 @@ Notice EmptyResult(const RunReport& report) {
     // means no valid pixel labelled.
     if (report.ClassesFound() > 0) return {};
     const std::string why = "classification failed: no valid pixel was given a class";
+    const bool anyCentre =
+        std::any_of(report.classes.begin(), report.classes.end(), [](const ClassReport& c) { return !c.centre.empty(); });
+    if (report.figuresKnown && !anyCentre)
+        return {why + " (every cluster had fewer pixels than the minimum size and was dropped)",
+                {{AskField::MinClassPixels, "with a smaller size"}}};
     if (report.nonFinite > 0)
         return {why + " (the input holds NaN or infinite values, which nodata left ignored lets in)",
                 {{AskField::SrcNodata, "other than None, to leave them out"}}};

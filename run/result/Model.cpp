@@ -69,18 +69,45 @@ std::vector<double> ReadNumbers(const QJsonValue& value) {
     return out;
 }
 
-// The centre as written: from its hexadecimal form when there is one.
-bool ReadCentre(const QJsonObject& o, std::vector<double>& centre) {
-    centre = ReadNumbers(o["centre"]);
+// The centre as written: finite JSON numbers, one per band, read from their
+// hexadecimal form when there is one, which must be the same number.
+// Otherwise what is wrong with it.
+std::string ReadCentre(const QJsonObject& o, std::size_t bands, std::vector<double>& centre) {
+    centre.clear();
+    const QJsonArray numbers = o["centre"].toArray();
+    for (const QJsonValue& v : numbers) {
+        if (!v.isDouble()) return "holds something other than a number";
+        centre.push_back(v.toDouble());
+    }
+    if (centre.size() != bands) return "is not one number per band";
     const QJsonArray hex = o["centre_hex"].toArray();
-    if (hex.isEmpty()) return !centre.empty();
-    if (static_cast<std::size_t>(hex.size()) != centre.size()) return false;
+    if (!hex.isEmpty() && static_cast<std::size_t>(hex.size()) != bands) return "has a hexadecimal form of another length";
     for (int i = 0; i < hex.size(); ++i) {
         const QByteArray text = hex[i].toString().toLatin1();
         char* end = nullptr;
-        centre[static_cast<std::size_t>(i)] = std::strtod(text.constData(), &end);
-        if (text.isEmpty() || *end != '\0') return false;
+        const double exact = std::strtod(text.constData(), &end);
+        // The decimal form is the shortest that reads back to the same double.
+        if (text.isEmpty() || *end != '\0' || exact != centre[static_cast<std::size_t>(i)])
+            return "has a hexadecimal form that is not its number";
+        centre[static_cast<std::size_t>(i)] = exact;
     }
+    for (double v : centre)
+        if (!std::isfinite(v)) return "is not finite";
+    return {};
+}
+
+// A colour as written: three whole numbers 0..255, or nothing.
+bool ReadColour(const QJsonValue& value, ModelClass& c) {
+    if (value.isNull() || value.isUndefined()) return true;
+    const QJsonArray colour = value.toArray();
+    if (colour.size() != 3) return false;
+    int* parts[] = {&c.red, &c.green, &c.blue};
+    for (int i = 0; i < 3; ++i) {
+        const double v = colour[i].toDouble(-1.0);
+        if (!colour[i].isDouble() || v < 0 || v > 255 || v != std::floor(v)) return false;
+        *parts[i] = static_cast<int>(v);
+    }
+    c.hasColour = true;
     return true;
 }
 
@@ -143,8 +170,12 @@ bool ReadModel(const std::string& path, Model& m, std::string& error) {
     };
     if (parse.error != QJsonParseError::NoError) return Bad("is not JSON: " + parse.errorString().toStdString());
     if (root["format"].toString() != kModelFormat) return Bad("is not an isodata model file");
-    if (root["version"].toInt(-1) != kModelVersion)
-        return Bad("is of format version " + std::to_string(root["version"].toInt(-1)) +
+    const QJsonValue version = root["version"];
+    if (!version.isDouble())
+        return Bad("has a \"version\" that is not a number (version " + std::to_string(kModelVersion) +
+                   " is written as " + std::to_string(kModelVersion) + ")");
+    if (version.toDouble() != kModelVersion)
+        return Bad("is of format version " + QString::number(version.toDouble()).toStdString() +
                    ", which this isodata does not know (it reads version " + std::to_string(kModelVersion) + ")");
     m = Model();
     m.tool = root["tool"].toString().toStdString();
@@ -159,16 +190,19 @@ bool ReadModel(const std::string& path, Model& m, std::string& error) {
     m.enginePixelType = root["engine_pixel_type"].toString().toStdString();
     if (!ReadMask(root["mask"].toObject(), m.mask)) return Bad("has no valid \"mask\" rule");
     m.pixelArea = root["pixel_area"].toDouble(0.0);
-    for (const QJsonValue& v : root["classes"].toArray()) {
+    const QJsonArray classes = root["classes"].toArray();
+    if (classes.size() > kMaxModelClasses)
+        return Bad("has " + std::to_string(classes.size()) + " classes; a class raster holds at most " +
+                   std::to_string(kMaxModelClasses));
+    for (const QJsonValue& v : classes) {
         const QJsonObject o = v.toObject();
         ModelClass c;
         c.value = o["value"].toInt();
         c.name = o["name"].toString().toStdString();
-        const QJsonArray colour = o["colour"].toArray();
-        c.hasColour = colour.size() == 3;
-        if (c.hasColour) c.red = colour[0].toInt(), c.green = colour[1].toInt(), c.blue = colour[2].toInt();
-        if (!ReadCentre(o, c.centre) || c.centre.size() != m.bands.size())
-            return Bad("has a class " + std::to_string(c.value) + " whose centre is not one number per band");
+        const std::string named = "has a class " + std::to_string(c.value);
+        if (!ReadColour(o["colour"], c)) return Bad(named + " whose colour is not three numbers from 0 to 255");
+        if (std::string why = ReadCentre(o, m.bands.size(), c.centre); !why.empty())
+            return Bad(named + " whose centre " + why);
         c.pixels = static_cast<std::int64_t>(o["pixels"].toDouble());
         m.classes.push_back(c);
     }
