@@ -69,7 +69,6 @@ struct EngineState {
     WorkerPool* pool = nullptr;
     QString inputPath, resultPath;
     std::int32_t pixelType = 0;
-    stInfoClassificationISO params;
     std::uint64_t desiredClassCount = 0;             // D
     std::int64_t minClassPixels = 0;
     std::uint64_t maxMergePairs = 0;
@@ -83,7 +82,7 @@ struct EngineState {
     std::int32_t blockWidth = 64, blockHeight = 64;
     std::int32_t blockColumns = 0, blockRows = 0;
     std::uint32_t blockCount = 0;
-    std::vector<std::uint32_t> blockPixelWidths, blockPixelHeights, blockPixelCounts;
+    std::vector<std::uint32_t> blockPixelWidths, blockPixelHeights;
     std::size_t sampleCount = 0;                     // N: samples taken, one per block holding a valid pixel
 
     // Clusters (their centres are in the engine, typed): counts, per-block
@@ -104,7 +103,6 @@ struct EngineState {
 
     // Result and texts.
     KalUtility::_ptr_t<KalDataSource::RasterDataset> resultDataset;  // class raster, open for update
-    QString sourceName, errorText;
     QString progressText;                            // prefix of every stage text in the loop
 };
 
@@ -131,7 +129,6 @@ private:
     friend class EngineTestSeam<T>;
 
     static constexpr std::int32_t kMaxBlocksPerSide = 50;
-    static constexpr int kSamplesPerBlock = 1;
 
     // Samples and centres in the pixel type.
     std::vector<std::vector<T>> samples;             // [band][sample]
@@ -149,12 +146,11 @@ private:
     bool CreateClassFiles();
     void RemoveClassFiles();
     bool OpenResultDataset();
-    bool CloseResultDataset();
     void ReleaseEngine();
 
     // The stages, one file each.
-    void SampleBlocks(double* accA, double* accB, const StageProgress& stage, int samplesPerBlock);
-    void SelectInitialCenters(double* accA, double* accB, const StageProgress& stage, int samplesPerBlock);
+    void SampleBlocks(const StageProgress& stage);
+    void SelectInitialCenters(const StageProgress& stage);
     bool ClassifyPixels(const StageProgress& stage);
     void ComputeClusterCenters(const StageProgress& stage);
     void ComputeMeanDistances(const StageProgress& stage);

@@ -22,7 +22,7 @@ void IsodataEngine<T>::GenerateResultRaster(ProgressFn progress, void* userData)
 
 template <class T>
 void IsodataEngine<T>::AttachClassMetadata() {
-    isodata::AttachClassMetadata(resultDataset, BuildClassMetadata(centers.size(), resultPath));
+    isodata::AttachClassMetadata(resultDataset, BuildClassMetadata(centers.size()));
 }
 
 #define ISODATA_INSTANTIATE(T)                                                            \

@@ -243,7 +243,7 @@ std::vector<WindowPlace> Windows(WindowShape shape, int width, int height) {
 
 } // namespace
 
-std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                   const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
                                   const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
                                   ProgressFn progress, void* userData, const ResultPassOptions& options,
@@ -316,7 +316,6 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
         *report = tally;
         report->classes = moments.Finish();
     }
-    return 0;
 }
 
 } // namespace isodata

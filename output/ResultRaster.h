@@ -70,8 +70,8 @@ struct ResultPassReport {
     std::vector<ClassStatistics> classes;  // entry k is class k + 1
 };
 
-// Labels the whole source into band 1 of result, row by row. Always 0.
-std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+// Labels the whole source into band 1 of result, row by row.
+void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                   const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
                                   const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
                                   ProgressFn progress, void* userData, const ResultPassOptions& options = {},

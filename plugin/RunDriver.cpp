@@ -194,7 +194,7 @@ RunResult Label(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const std::ve
         const std::vector<std::uint32_t> bands(files.record.bandIndices.begin(), files.record.bandIndices.end());
         GenerateResultRaster(files.input, result, bands, ToLabelCenters(centres, bands.size()), ProgressCallback,
                              &algorithm, files.resultPass, files.report ? &files.report->resultPass : nullptr);
-        AttachClassMetadata(result, BuildClassMetadata(centres.size(), files.record.resultPath));
+        AttachClassMetadata(result, BuildClassMetadata(centres.size()));
     }
     if (files.report) files.report->centres = centres;
     CopyRpcSideFile(files);

@@ -57,7 +57,7 @@ TEST(ResultFileTest, ClassNumbersKeepTheirLowByteEveryRowReportsAndNamesAndColou
                                                         KalDataSource::PDT_Byte, "ENVI");
         ASSERT_TRUE(source && result);
         isodata::GenerateResultRaster(source, result, {1}, Centers(centres, 1), testsupport::RecordProgress, &reports);
-        isodata::AttachClassMetadata(result, BuildClassMetadata(3, dir.QFile("classes.img")));
+        isodata::AttachClassMetadata(result, BuildClassMetadata(3));
     }  // releasing the last handle writes the header
     const std::vector<double> labels = testsupport::ReadBand(dir.File("classes.img"));
     for (int y = 0; y < kHeight; ++y)
@@ -109,14 +109,14 @@ TEST(ClassMetadataTest, BlackForUnclassifiedThePaletteThenThreeDrawsOfTheSharedG
     // 1681692777, 1714636915, 1957747793, 424238335: modulo 255 these are
     // 163, 151, 162, 85, 83, 190. The palette draws none.
     std::srand(1);
-    const std::vector<Rgb> colors = BuildClassMetadata(20, QStringLiteral("out.img")).colors;
+    const std::vector<Rgb> colors = BuildClassMetadata(20).colors;
     ASSERT_EQ(colors.size(), 21u);
     EXPECT_EQ(colors[0], (Rgb{0, 0, 0}));
     EXPECT_EQ(colors[18], (Rgb{255, 255, 127}));  // the last of the palette
     EXPECT_EQ(colors[19], (Rgb{163, 151, 162}));
     EXPECT_EQ(colors[20], (Rgb{85, 83, 190}));
     // A single cluster gets a colour but no name: the established output.
-    const isodata::ClassMetadata one = BuildClassMetadata(1, QStringLiteral("out.img"));
+    const isodata::ClassMetadata one = BuildClassMetadata(1);
     EXPECT_EQ(one.names, QStringList{"Unclassified"});
     EXPECT_EQ(one.colors, (std::vector<Rgb>{{0, 0, 0}, {255, 0, 0}}));
 }
