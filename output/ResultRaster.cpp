@@ -5,8 +5,9 @@
 //     call: strips of 16 rows when the file is striped, strips a tile high
 //     and a few tiles wide when it is tiled, so every block is read once
 //     whatever the block cache holds.
-//  2. With a validity mask, the window's mask bands and mask raster are read
-//     alongside and its non-finite values found; excluded pixels are counted.
+//  2. With a validity mask, the reader hands out why each pixel of the window
+//     is excluded beside its values (WindowReader.h); excluded pixels are
+//     counted.
 //  3. Each row of a window is labelled (LabelRow), excluded pixels as 0, and
 //     its labels kept as their low byte; the rows are shared out to the
 //     worker threads, if any, each gathering its own counts and moments,
@@ -20,8 +21,8 @@
 // or by whom it was read.
 #include "ResultRaster.h"
 
-#include "BandSlots.h"
 #include "LabelRow.h"
+#include "WindowReader.h"
 
 #include <GdalSession.h>
 
@@ -57,49 +58,6 @@ WindowShape ShapeWindows(GDALDataset* source, std::size_t bands, int width) {
     return {rows, std::min(width, blocks * blockWidth)};
 }
 
-// A window of rows of the chosen bands as floats. Each band the source has
-// is read once however often the list names it; a band it lacks reads as
-// zeros.
-class WindowReader {
-public:
-    WindowReader(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
-                 const std::vector<std::uint32_t>& bandIndices, WindowShape shape)
-        : source_(source),
-          slots_(source && source->GetGDALDataset() ? source->GetGDALDataset()->GetRasterCount() : 0, bandIndices),
-          plane_(static_cast<std::size_t>(shape.rows) * static_cast<std::size_t>(shape.columns)),
-          // Zeros at first: a band that fails to read keeps the previous rows.
-          values_(slots_.Count() * plane_, 0.0f),
-          zeros_(static_cast<std::size_t>(shape.columns), 0.0f) {}
-
-    void Read(int x0, int y0, int columns, int rows) {
-        columns_ = static_cast<std::size_t>(columns);
-        if (slots_.Count() == 0) return;
-        const GSpacing line = static_cast<GSpacing>(columns_ * sizeof(float));
-        if (source_->GetGDALDataset()->RasterIO(GF_Read, x0, y0, columns, rows, values_.data(), columns, rows,
-                                                GDT_Float32, static_cast<int>(slots_.Count()),
-                                                slots_.BandMap().data(), sizeof(float), line,
-                                                static_cast<GSpacing>(plane_ * sizeof(float)), nullptr) == CE_None)
-            return;
-        // Band by band after a failure, so each band keeps what its own read leaves.
-        for (std::size_t s = 0; s < slots_.Count(); ++s)
-            ReadBandRegion(source_, slots_.BandMap()[s] - 1, x0, y0, columns, rows, 1.0, 1.0,
-                           values_.data() + s * plane_, GDT_Float32);
-    }
-
-    // Row r of the window in the entry-th band of the list.
-    const float* Row(std::size_t entry, int r) const {
-        const std::size_t slot = slots_.SlotOf(entry);
-        if (slot == BandSlots::kMissing) return zeros_.data();
-        return values_.data() + slot * plane_ + static_cast<std::size_t>(r) * columns_;
-    }
-
-private:
-    const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source_;
-    BandSlots slots_;
-    std::size_t plane_, columns_ = 0;
-    std::vector<float> values_, zeros_;
-};
-
 } // namespace
 
 std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers) {
@@ -110,48 +68,21 @@ std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const Lab
     return label;
 }
 
-std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& dataset, int bandIndex,
-                            int xOff, int yOff, int xSize, int ySize, double scaleX, double scaleY, void* buffer,
-                            GDALDataType dataType) {
-    if (xOff < 0 || yOff < 0 || !dataset) return 0;
-    const int bufX = static_cast<int>(xSize * scaleX + 0.5);
-    const int bufY = static_cast<int>(ySize * scaleY + 0.5);
-    GDALDataset* gdal = dataset->GetGDALDataset();
-    if (!gdal || bandIndex < 0 || bandIndex >= gdal->GetRasterCount()) return 0;
-    // Errors of the transfer itself are not checked.
-    const CPLErr ignored = gdal->GetRasterBand(bandIndex + 1)->RasterIO(GF_Read, xOff, yOff, xSize, ySize, buffer, bufX, bufY,
-                                                       dataType, 0, 0, nullptr);
-    (void)ignored;
-    return 1;
-}
-
 namespace {
 
-// One window of the input as read: its values, its exclusions (empty without
-// a validity mask) and where it lies.
+// One window of the input as read, through the handle it holds.
 struct WindowSlot {
     WindowSlot(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& input,
                const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules)
-        : source(input),
-          entries(bandIndices.size()),
-          reader(source, bandIndices, shape),
-          validity(rules, bandIndices),
-          excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0) {}
+        : source(input), reader(source->GetGDALDataset(), bandIndices, shape.rows, shape.columns, rules) {}
 
     void Load(int left, int top, int width, int rows) {
         x0 = left, columns = width, count = rows;
         reader.Read(x0, top, columns, count);
-        if (!validity.Any()) return;
-        std::vector<const float*> planes(entries);
-        for (std::size_t k = 0; k < entries; ++k) planes[k] = reader.Row(k, 0);
-        validity.ReadMasks(x0, top, columns, count, columns, count, excluded.data(), &planes);
     }
 
     KalUtility::_ptr_t<KalDataSource::RasterDataset> source;
-    std::size_t entries;  // bands in the list
     WindowReader reader;
-    ValidityReader validity;
-    std::vector<std::uint8_t> excluded;
     int x0 = 0, columns = 0, count = 0;
 };
 
@@ -195,19 +126,18 @@ std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataS
 // per-row counts and moments, and the bytes to write.
 struct WindowLabels {
     const LabelCenters& centers;
-    bool nonFinite;
     bool figures;  // the caller wants the counts and moments
     std::vector<ResultPassReport>& rowTally;
     std::vector<ClassMoments>& rowMoments;
     std::vector<std::uint8_t>& out;
     std::size_t outStride;
 
-    void Row(WindowSlot& window, int r, std::vector<const float*>& rows, std::vector<std::int32_t>& labels) const {
+    void Row(const WindowSlot& window, int r, std::vector<const float*>& rows,
+             std::vector<std::int32_t>& labels) const {
         for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.reader.Row(k, r);
         const std::size_t n = static_cast<std::size_t>(window.columns);
-        std::uint8_t* why = window.excluded.empty() ? nullptr : window.excluded.data() + static_cast<std::size_t>(r) * n;
+        const std::uint8_t* why = window.reader.Excluded(r);
         ResultPassReport& tally = rowTally[static_cast<std::size_t>(r)];
-        if (why && nonFinite) MarkNonFinite(rows.data(), rows.size(), n, why);
         if (why) tally.excluded.Add(why, n);
         LabelRow(rows.data(), n, centers, labels.data(), why, figures ? &tally.unclassified : nullptr);
         if (figures) rowMoments[static_cast<std::size_t>(r)].AddRow(rows.data(), labels.data(), n);
@@ -259,8 +189,7 @@ void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>
     std::vector<ClassMoments> rowMoments(static_cast<std::size_t>(shape.rows),
                                          ClassMoments(centers, options.classStatistics));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
-    const WindowLabels labelling{centers, slots[0]->validity.NonFinite(), report != nullptr, rowTally, rowMoments,
-                                 out, w};
+    const WindowLabels labelling{centers, report != nullptr, rowTally, rowMoments, out, w};
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
     GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
 

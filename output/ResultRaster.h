@@ -49,12 +49,6 @@ struct LabelTally {
 // single-precision city-block distance; ties go to the lower class.
 std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers);
 
-// Reads a region of band bandIndex (0-based) scaled by (scaleX, scaleY) into
-// buffer; 1 on success, 0 for a negative offset or a missing band.
-std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& dataset, int bandIndex,
-                            int xOff, int yOff, int xSize, int ySize, double scaleX, double scaleY, void* buffer,
-                            GDALDataType dataType);
-
 // What a result pass may do beyond labelling: honour a validity mask, whose
 // excluded pixels are labelled 0 and counted, and gather each class's band
 // means and deviations.

@@ -18,6 +18,7 @@
 #include "ProgressBridge.h"
 #include "RunValidity.h"
 #include "WorkingCopy.h"
+#include "WorkingMask.h"
 
 #include <KalDataSource.h>
 
