@@ -14,11 +14,11 @@
 //     which are then added up in row order.
 //  4. Once a strip is done, progress advances by 100 / H for each of its rows
 //     and its labels are written to band 1 in one call.
-// With worker threads, the next windows are read on threads of their own
-// while this one is labelled, each through a handle of its own on the input
-// when no validity mask needs reading too (one reader otherwise); windows
-// take turns in a ring of slots, and what each holds does not depend on when
-// or by whom it was read.
+// Windows take turns in a ring of slots filled ahead of the labelling: with
+// worker threads the next windows are read on threads of their own while
+// this one is labelled, each through a handle of its own on the input when
+// no validity mask needs reading too (one reader otherwise); with one thread
+// each window is read on the calling thread when its turn comes.
 #include "ResultRaster.h"
 
 #include "LabelRow.h"
@@ -90,29 +90,27 @@ struct WindowSlot {
 // handles of their own.
 constexpr int kMostReaders = 4;
 
-// The slots of a pass and how many readers fill them: without worker
-// threads one slot and none ahead; with them a ring of readers + 1 slots.
-// Loads run side by side only with several readers, so then every slot
-// reads through a handle of its own, its mask bands too; one reader uses the
-// input's own. Mask bands of another dataset (a virtual copy with other
-// nodata values) or a mask raster keep to one reader.
+// The ring of slots of a pass, one a reader: while window i is labelled the
+// readers fill windows i + 1 to i + readers - 1, and window i + readers
+// takes window i's slot only once its labelling is done. Several readers
+// load side by side, so each slot but the first reads through a handle of
+// its own, its mask bands too; the first uses the input's own. Mask bands of
+// another dataset (a virtual copy with other nodata values) or a mask raster
+// keep to one reader.
 std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                                const std::vector<std::uint32_t>& bandIndices, WindowShape shape,
-                                               const ResultPassOptions& options, int& readers) {
+                                               const ResultPassOptions& options) {
     const ValidityRules& rules = options.validity;
     const bool ownMasks = !rules.maskRaster && (!rules.maskBandsOf || rules.maskBandsOf == source->GetGDALDataset());
-    const bool ahead = options.pool && options.pool->Threads() > 1;
-    readers = !ahead ? 0 : !ownMasks ? 1 : std::min(options.pool->Threads(), kMostReaders);
+    const int threads = options.pool ? options.pool->Threads() : 1;
+    const int readers = ownMasks ? std::min(threads, kMostReaders) : 1;
     std::vector<std::unique_ptr<WindowSlot>> slots;
     slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
-    if (readers == 1) slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
-    for (int i = 1; readers > 1 && i <= readers; ++i) {
+    for (int i = 1; i < readers; ++i) {
         const auto handle = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(source->GetPath(),
                                                                                        KalDataSource::OpenReadOnly);
         if (!handle) {  // no other handle: one reader after all
-            readers = 1;
             slots.resize(1);
-            slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
             break;
         }
         ValidityRules own = rules;
@@ -121,6 +119,47 @@ std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataS
     }
     return slots;
 }
+
+// The windows of the pass in order: strips from the top, windows from the left.
+struct WindowPlace {
+    int x0, y0, columns, count;
+};
+
+// Windows read ahead of the labelling into the ring of slots, each load's
+// GDAL errors raised again on the calling thread when its window is taken.
+// With worker threads the readers load on threads of their own; with one
+// thread a load is deferred until its window is taken and runs on the
+// calling thread: the same loop either way, and what a slot holds does not
+// depend on when or by whom it was read.
+class ReadAhead {
+public:
+    ReadAhead(std::vector<std::unique_ptr<WindowSlot>> slots, const std::vector<WindowPlace>& places,
+              std::launch policy)
+        : slots_(std::move(slots)), places_(places), policy_(policy) {}
+
+    // Window i, read; windows are taken in order, each once.
+    WindowSlot& Take(std::size_t i) {
+        while (launched_ < places_.size() && launched_ < i + slots_.size())
+            loading_.push_back(std::async(policy_, [this](std::size_t w) { return Load(w); }, launched_++));
+        GdalErrorCapture::Replay(loading_.front().get());
+        loading_.pop_front();
+        return *slots_[i % slots_.size()];
+    }
+
+private:
+    std::vector<GdalErrorCapture::Error> Load(std::size_t w) {
+        GdalErrorCapture capture;
+        const WindowPlace& p = places_[w];
+        slots_[w % slots_.size()]->Load(p.x0, p.y0, p.columns, p.count);
+        return capture.Take();
+    }
+
+    std::vector<std::unique_ptr<WindowSlot>> slots_;
+    const std::vector<WindowPlace>& places_;
+    std::launch policy_;
+    std::deque<std::future<std::vector<GdalErrorCapture::Error>>> loading_;  // windows i, i + 1, ... in order
+    std::size_t launched_ = 0;
+};
 
 // What labelling the rows of one window needs and leaves: the centres,
 // per-row counts and moments, and the bytes to write.
@@ -158,11 +197,6 @@ void Accumulate(ResultPassReport& total, ResultPassReport& row) {
     row = ResultPassReport();
 }
 
-// The windows of the pass in order: strips from the top, windows from the left.
-struct WindowPlace {
-    int x0, y0, columns, count;
-};
-
 std::vector<WindowPlace> Windows(WindowShape shape, int width, int height) {
     std::vector<WindowPlace> places;
     for (int y0 = 0; y0 < height; y0 += shape.rows)
@@ -181,8 +215,6 @@ void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>
     const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
     const std::size_t w = static_cast<std::size_t>(width);
     const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
-    int readers = 0;
-    const std::vector<std::unique_ptr<WindowSlot>> slots = Slots(source, bandIndices, shape, options, readers);
     ResultPassReport tally;
     ClassMoments moments(centers, options.classStatistics);
     std::vector<ResultPassReport> rowTally(static_cast<std::size_t>(shape.rows));
@@ -198,27 +230,11 @@ void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>
     const double step = 100.0 / height;
     double done = 0.0;
     const std::vector<WindowPlace> places = Windows(shape, width, height);
-    const auto load = [&](std::size_t i) {
-        slots[i % slots.size()]->Load(places[i].x0, places[i].y0, places[i].columns, places[i].count);
-    };
-    // Read on a thread of its own, its GDAL errors raised again here.
-    const auto loadAhead = [&](std::size_t i) {
-        GdalErrorCapture capture;
-        load(i);
-        return capture.Take();
-    };
-    std::deque<std::future<std::vector<GdalErrorCapture::Error>>> loading;  // windows i, i + 1, ... in order
-    std::size_t launched = 0;
+    const bool threads = options.pool && options.pool->Threads() > 1;
+    ReadAhead ahead(Slots(source, bandIndices, shape, options), places,
+                    threads ? std::launch::async : std::launch::deferred);
     for (std::size_t i = 0; i < places.size(); ++i) {
-        while (readers > 0 && launched < places.size() && launched < i + static_cast<std::size_t>(readers))
-            loading.push_back(std::async(std::launch::async, loadAhead, launched++));
-        if (readers > 0) {
-            GdalErrorCapture::Replay(loading.front().get());
-            loading.pop_front();
-        } else {
-            load(i);
-        }
-        WindowSlot& window = *slots[i % slots.size()];
+        WindowSlot& window = ahead.Take(i);
         const Pieces pieces(static_cast<std::size_t>(window.count), PiecesFor(options.pool));
         ForEachPiece(options.pool, pieces.count, [&](std::size_t p) {
             std::vector<const float*> rows(bandIndices.size());

@@ -104,6 +104,63 @@ TEST(ResultFileTest, TiledSourceIsLabelledWindowByWindow) {
     EXPECT_EQ(reports.size(), kHeight + 1u);
 }
 
+// Threads change how fast, never what: over a striped input of several
+// strips with its own nodata masks and NaNs (so that several readers load
+// ahead through handles of their own), every thread count writes the bytes,
+// the progress and the figures of one thread.
+TEST(ResultFileTest, EveryThreadCountGivesTheBytesReportsAndFiguresOfOne) {
+    constexpr int kWidth = 37, kHeight = 90;
+    testsupport::TempDir dir;
+    testsupport::RasterTable table = testsupport::RepeatingTable(GDT_Float32, kWidth, kHeight);
+    table.nodata = {7};
+    testsupport::WriteRaster(dir.File("source.tif"), table);
+    const auto centers = Centers({{1, 1, 1}, {4, 5, 6}, {9, 8, 7}}, 3);
+    struct Run {
+        std::vector<double> labels;
+        testsupport::Reports reports;
+        isodata::ResultPassReport figures;
+    };
+    const auto run = [&](int threads) {
+        Run r;
+        isodata::WorkerPool pool(threads);
+        auto& factory = *KalDataSource::DatasetFactory::Instance();
+        {
+            const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
+            const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), kWidth, kHeight, 1,
+                                                            KalDataSource::PDT_Byte, "ENVI");
+            isodata::ResultPassOptions options;
+            options.validity.maskBandsOf = source->GetGDALDataset();
+            options.validity.nonFinite = true;
+            options.classStatistics = true;
+            options.pool = &pool;
+            isodata::GenerateResultRaster(source, result, {2, 0, 1}, centers, testsupport::RecordProgress,
+                                          &r.reports, options, &r.figures);
+        }
+        r.labels = testsupport::ReadBand(dir.File("classes.img"));
+        return r;
+    };
+    const Run one = run(1);
+    EXPECT_GT(one.figures.excluded.byMaskBands, 0);
+    EXPECT_GT(one.figures.excluded.byNonFinite, 0);
+    ASSERT_EQ(one.reports.size(), kHeight + 1u);
+    for (const int threads : {2, 3, 5}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        const Run many = run(threads);
+        EXPECT_EQ(many.labels, one.labels);
+        EXPECT_EQ(many.reports, one.reports);
+        EXPECT_EQ(many.figures.excluded.pixels, one.figures.excluded.pixels);
+        EXPECT_EQ(many.figures.excluded.byMaskBands, one.figures.excluded.byMaskBands);
+        EXPECT_EQ(many.figures.excluded.byNonFinite, one.figures.excluded.byNonFinite);
+        EXPECT_EQ(many.figures.unclassified.beyondReach, one.figures.unclassified.beyondReach);
+        ASSERT_EQ(many.figures.classes.size(), one.figures.classes.size());
+        for (std::size_t c = 0; c < one.figures.classes.size(); ++c) {
+            EXPECT_EQ(many.figures.classes[c].pixels, one.figures.classes[c].pixels);
+            EXPECT_EQ(many.figures.classes[c].mean, one.figures.classes[c].mean);
+            EXPECT_EQ(many.figures.classes[c].stddev, one.figures.classes[c].stddev);
+        }
+    }
+}
+
 TEST(ClassMetadataTest, BlackForUnclassifiedThePaletteThenThreeDrawsOfTheSharedGeneratorModulo255) {
     // glibc's generator from its start-up seed 1 draws 1804289383, 846930886,
     // 1681692777, 1714636915, 1957747793, 424238335: modulo 255 these are
