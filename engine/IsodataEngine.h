@@ -25,14 +25,6 @@
 
 namespace isodata {
 
-// What a run tells its driver beyond success: the final centres, widened to
-// double from the pixel type (exactly), and the result pass's figures.
-struct EngineReport {
-    std::int32_t pixelType = 0;  // of the engine the centres come from; 0 when none ran
-    std::vector<std::vector<double>> centres;
-    ResultPassReport resultPass;
-};
-
 // What the run driver hands an engine: the record and the run's two rasters,
 // and with a validity mask the working copy's mask and the rules the result
 // pass reads at full size.
@@ -44,7 +36,7 @@ struct EngineInputs {
     KalUtility::_ptr_t<KalDataSource::RasterDataset> workingMask;  // Byte, reduced size, 0 = excluded; null: none
     std::int64_t workingValidPixels = 0;                       // pixels the working mask leaves in
     ResultPassOptions resultPass;
-    EngineReport* report = nullptr;                            // filled at the end when given
+    PassReport* report = nullptr;                              // filled at the end when given
     WorkerPool* pool = nullptr;                                // threads the passes share out to; null: none
 };
 
@@ -65,7 +57,7 @@ struct EngineState {
     KalUtility::_ptr_t<KalDataSource::RasterDataset> workingMask;
     std::int32_t meanDistancePixels = 0;
     ResultPassOptions resultPass;
-    EngineReport* report = nullptr;
+    PassReport* report = nullptr;
     WorkerPool* pool = nullptr;
     QString inputPath, resultPath;
     std::int32_t pixelType = 0;

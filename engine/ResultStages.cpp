@@ -17,7 +17,7 @@ void IsodataEngine<T>::GenerateResultRaster(ProgressFn progress, void* userData)
     }
     isodata::GenerateResultRaster(sourceDataset, resultDataset, bandIndices,
                                   ToLabelCenters(centers, bandIndices.size()), progress, userData, resultPass,
-                                  report ? &report->resultPass : nullptr);
+                                  report);
 }
 
 template <class T>

@@ -163,10 +163,16 @@ private:
 
 // What labelling the rows of one window needs and leaves: the centres,
 // per-row counts and moments, and the bytes to write.
+// The counts of one row, added up in row order.
+struct RowTally {
+    ExclusionCounts excluded;
+    LabelTally unclassified;
+};
+
 struct WindowLabels {
     const LabelCenters& centers;
     bool figures;  // the caller wants the counts and moments
-    std::vector<ResultPassReport>& rowTally;
+    std::vector<RowTally>& rowTally;
     std::vector<ClassMoments>& rowMoments;
     std::vector<std::uint8_t>& out;
     std::size_t outStride;
@@ -176,7 +182,7 @@ struct WindowLabels {
         for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.reader.Row(k, r);
         const std::size_t n = static_cast<std::size_t>(window.columns);
         const std::uint8_t* why = window.reader.Excluded(r);
-        ResultPassReport& tally = rowTally[static_cast<std::size_t>(r)];
+        RowTally& tally = rowTally[static_cast<std::size_t>(r)];
         if (why) tally.excluded.Add(why, n);
         LabelRow(rows.data(), n, centers, labels.data(), why, figures ? &tally.unclassified : nullptr);
         if (figures) rowMoments[static_cast<std::size_t>(r)].AddRow(rows.data(), labels.data(), n);
@@ -186,7 +192,7 @@ struct WindowLabels {
     }
 };
 
-void Accumulate(ResultPassReport& total, ResultPassReport& row) {
+void Accumulate(RowTally& total, RowTally& row) {
     total.excluded.pixels += row.excluded.pixels;
     total.excluded.byMaskBands += row.excluded.byMaskBands;
     total.excluded.byNonFinite += row.excluded.byNonFinite;
@@ -194,7 +200,7 @@ void Accumulate(ResultPassReport& total, ResultPassReport& row) {
     total.unclassified.background += row.unclassified.background;
     total.unclassified.nonFinite += row.unclassified.nonFinite;
     total.unclassified.beyondReach += row.unclassified.beyondReach;
-    row = ResultPassReport();
+    row = RowTally();
 }
 
 std::vector<WindowPlace> Windows(WindowShape shape, int width, int height) {
@@ -208,16 +214,16 @@ std::vector<WindowPlace> Windows(WindowShape shape, int width, int height) {
 } // namespace
 
 void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
-                                  const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
-                                  const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
-                                  ProgressFn progress, void* userData, const ResultPassOptions& options,
-                                  ResultPassReport* report) {
+                          const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
+                          const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
+                          ProgressFn progress, void* userData, const ResultPassOptions& options,
+                          PassReport* report) {
     const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
     const std::size_t w = static_cast<std::size_t>(width);
     const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
-    ResultPassReport tally;
+    RowTally tally;
     ClassMoments moments(centers, options.classStatistics);
-    std::vector<ResultPassReport> rowTally(static_cast<std::size_t>(shape.rows));
+    std::vector<RowTally> rowTally(static_cast<std::size_t>(shape.rows));
     std::vector<ClassMoments> rowMoments(static_cast<std::size_t>(shape.rows),
                                          ClassMoments(centers, options.classStatistics));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
@@ -258,7 +264,8 @@ void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>
         }
     }
     if (report) {
-        *report = tally;
+        report->excluded = tally.excluded;
+        report->unclassified = tally.unclassified;
         report->classes = moments.Finish();
     }
 }

@@ -118,7 +118,7 @@ TEST(ResultFileTest, EveryThreadCountGivesTheBytesReportsAndFiguresOfOne) {
     struct Run {
         std::vector<double> labels;
         testsupport::Reports reports;
-        isodata::ResultPassReport figures;
+        isodata::PassReport figures;
     };
     const auto run = [&](int threads) {
         Run r;
