@@ -1,7 +1,8 @@
-// The working copy's mask of inputs whose mask bands need reading at the
-// working copy's size, through mapped scratch files (no heap allowance): it
-// holds what ValidityReader's whole reads give, strips, overviews and nodata
-// masks of wide types included.
+// The working copy's mask: on a hand-worked 4 x 4 input, the pixels the
+// reduced read picks with every rule's exclusions, for every way a nodata
+// mask is read; on larger inputs, through mapped scratch files (no heap
+// allowance), what ValidityReader's whole reads give, strips, overviews and
+// nodata masks of wide types included.
 #include "ReducedRead.h"
 #include "Validity.h"
 #include "WorkingMask.h"
@@ -11,6 +12,7 @@
 #include <gdal_priv.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
@@ -27,6 +29,53 @@ std::string WriteSource(const TempDir& dir, const std::string& name, const Raste
     testsupport::WriteRaster(path, table);
     return path;
 }
+
+// A 4 x 4 input reduced to 2 x 2 picks source columns and rows 1 and 3.
+// Band 1, of the type under test, declares nodata 0 and holds it at (1, 1),
+// picked, and (0, 0), not picked; the mask raster is 0 at (3, 1), picked, and
+// (2, 2), not; the working copy holds a NaN in band 2 at (0, 1). Worked by
+// hand, only the reduced pixel (1, 1) stays valid, whichever way the band's
+// nodata mask is read: compared on the working copy's values (Byte), on the
+// band read whole at the reduced size (Int32, Float64), or through GDAL's
+// mask band (CInt16).
+class HandWorkedMaskTest : public testing::TestWithParam<GDALDataType> {};
+
+TEST_P(HandWorkedMaskTest, PicksThePixelsOfTheReducedReadAndMarksEveryRule) {
+    testsupport::RegisterGdal();
+    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDatasetUniquePtr input(mem->Create("", 4, 4, 0, GDT_Byte, nullptr));
+    const auto addBand = [](GDALDataset& ds, GDALDataType type, std::vector<double> values) {
+        ASSERT_EQ(ds.AddBand(type, nullptr), CE_None);
+        const int side = ds.GetRasterXSize();
+        ASSERT_EQ(ds.GetRasterBand(ds.GetRasterCount())
+                      ->RasterIO(GF_Write, 0, 0, side, side, values.data(), side, side, GDT_Float64, 0, 0, nullptr),
+                  CE_None);
+    };
+    addBand(*input, GetParam(), {0, 1, 1, 1, 1, 0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1});
+    addBand(*input, GDT_Float32, std::vector<double>(16, 2.0));
+    input->GetRasterBand(1)->SetNoDataValue(0);
+    GDALDatasetUniquePtr maskRaster(mem->Create("", 4, 4, 0, GDT_Byte, nullptr));
+    addBand(*maskRaster, GDT_Byte, {1, 1, 1, 1, 1, 1, 1, 0, 1, 1, 0, 1, 1, 1, 1, 1});
+    GDALDatasetUniquePtr working(mem->Create("", 2, 2, 0, GDT_Float32, nullptr));
+    addBand(*working, GDT_Float32, {0, 1, 1, 1});
+    addBand(*working, GDT_Float32, {2, 2, std::nan(""), 2});
+
+    isodata::ValidityRules rules;
+    rules.maskBandsOf = input.get();
+    rules.maskRaster = maskRaster.get();
+    rules.nonFinite = true;
+    TempDir dir;
+    EXPECT_EQ(isodata::WriteWorkingMask(rules, input.get(), working.get(), {0, 1}, dir.QFile("mask.tif")), 1);
+    GDALDatasetUniquePtr written(GDALDataset::Open(dir.File("mask.tif").c_str(), GDAL_OF_RASTER));
+    ASSERT_TRUE(written);
+    std::vector<std::uint8_t> got(4);
+    ASSERT_EQ(written->GetRasterBand(1)->RasterIO(GF_Read, 0, 0, 2, 2, got.data(), 2, 2, GDT_Byte, 0, 0, nullptr),
+              CE_None);
+    EXPECT_EQ(got, (std::vector<std::uint8_t>{0, 0, 0, 1}));
+}
+
+INSTANTIATE_TEST_SUITE_P(NodataBandTypes, HandWorkedMaskTest,
+                         testing::Values(GDT_Byte, GDT_Int32, GDT_Float64, GDT_CInt16));
 
 TEST(ReducedBufferTest, MapsAScratchFileBeyondTheHeapAllowance) {
     TempDir dir;
