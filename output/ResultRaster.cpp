@@ -7,7 +7,8 @@
 //     whatever the block cache holds.
 //  2. With a validity mask, the reader hands out why each pixel of the window
 //     is excluded beside its values (WindowReader.h); excluded pixels are
-//     counted.
+//     counted. For the figures it also marks the non-finite pixels the
+//     rules leave in, which the labelling counts apart.
 //  3. Each row of a window is labelled (LabelRow), excluded pixels as 0, and
 //     its labels kept as their low byte; the rows are shared out to the
 //     worker threads, if any, each gathering its own counts and moments,
@@ -72,9 +73,11 @@ namespace {
 
 // One window of the input as read, through the handle it holds.
 struct WindowSlot {
+    // figures: the caller counts non-finite pixels the rules leave in.
     WindowSlot(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& input,
-               const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules)
-        : source(input), reader(source->GetGDALDataset(), bandIndices, shape.rows, shape.columns, rules) {}
+               const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules,
+               bool figures)
+        : source(input), reader(source->GetGDALDataset(), bandIndices, shape.rows, shape.columns, rules, figures) {}
 
     void Load(int left, int top, int width, int rows) {
         x0 = left, columns = width, count = rows;
@@ -99,13 +102,13 @@ constexpr int kMostReaders = 4;
 // keep to one reader.
 std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                                const std::vector<std::uint32_t>& bandIndices, WindowShape shape,
-                                               const ResultPassOptions& options) {
+                                               const ResultPassOptions& options, bool figures) {
     const ValidityRules& rules = options.validity;
     const bool ownMasks = !rules.maskRaster && (!rules.maskBandsOf || rules.maskBandsOf == source->GetGDALDataset());
     const int threads = options.pool ? options.pool->Threads() : 1;
     const int readers = ownMasks ? std::min(threads, kMostReaders) : 1;
     std::vector<std::unique_ptr<WindowSlot>> slots;
-    slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
+    slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules, figures));
     for (int i = 1; i < readers; ++i) {
         const auto handle = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(source->GetPath(),
                                                                                        KalDataSource::OpenReadOnly);
@@ -115,7 +118,7 @@ std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataS
         }
         ValidityRules own = rules;
         if (own.maskBandsOf) own.maskBandsOf = handle->GetGDALDataset();
-        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, own));
+        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, own, figures));
     }
     return slots;
 }
@@ -184,7 +187,8 @@ struct WindowLabels {
         const std::uint8_t* why = window.reader.Excluded(r);
         RowTally& tally = rowTally[static_cast<std::size_t>(r)];
         if (why) tally.excluded.Add(why, n);
-        LabelRow(rows.data(), n, centers, labels.data(), why, figures ? &tally.unclassified : nullptr);
+        LabelRow(rows.data(), n, centers, labels.data(), why, figures ? &tally.unclassified : nullptr,
+                 window.reader.NonFinite(r));
         if (figures) rowMoments[static_cast<std::size_t>(r)].AddRow(rows.data(), labels.data(), n);
         // Class numbers above 255 keep their low byte.
         std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * outStride + static_cast<std::size_t>(window.x0);
@@ -237,7 +241,7 @@ void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>
     double done = 0.0;
     const std::vector<WindowPlace> places = Windows(shape, width, height);
     const bool threads = options.pool && options.pool->Threads() > 1;
-    ReadAhead ahead(Slots(source, bandIndices, shape, options), places,
+    ReadAhead ahead(Slots(source, bandIndices, shape, options, report != nullptr), places,
                     threads ? std::launch::async : std::launch::deferred);
     for (std::size_t i = 0; i < places.size(); ++i) {
         WindowSlot& window = ahead.Take(i);

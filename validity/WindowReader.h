@@ -19,14 +19,16 @@ public:
     // Windows of up to rows x columns pixels of source. Each band the source
     // has is read once however often the list names it; a band it lacks
     // reads as zeros. rules may name mask bands of source itself or of
-    // another dataset of its size.
+    // another dataset of its size. With flagNonFinite the reader marks
+    // non-finite pixels whether or not the rules exclude them.
     WindowReader(GDALDataset* source, const std::vector<std::uint32_t>& bandIndices, int rows, int columns,
-                 const ValidityRules& rules);
+                 const ValidityRules& rules, bool flagNonFinite = false);
 
-    // Reads the window (x0, y0, columns, rows) of every chosen band, then its
+    // Reads the window (x0, y0, columns, rows) of every chosen band, marks
+    // where a value just read is NaN or an infinity, then reads its
     // exclusion bits: the mask bands and the mask raster, and the non-finite
-    // bit where a value just read is NaN or an infinity. A band whose read
-    // fails keeps what its buffer held.
+    // mark when that rule is on. A band whose read fails keeps what its
+    // buffer held.
     void Read(int x0, int y0, int columns, int rows);
 
     // Row r of the window in the entry-th band of the list.
@@ -34,9 +36,14 @@ public:
     // Row r of the window's ExclusionBit flags (0: valid), or null when no
     // rule is in force.
     const std::uint8_t* Excluded(int r) const;
+    // Row r's non-finite marks (kExcludedByNonFinite where a chosen band
+    // holds NaN or an infinity, else 0), or null when neither the rules nor
+    // the caller asked for them.
+    const std::uint8_t* NonFinite(int r) const;
 
 private:
     void ReadValues(int x0, int y0, int columns, int rows);
+    void MarkNonFiniteValues(int rows);
     void ReadExclusions(int x0, int y0, int columns, int rows);
 
     GDALDataset* source_;
@@ -45,7 +52,8 @@ private:
     std::size_t plane_, columns_ = 0;
     std::vector<float> values_, zeros_;
     ValidityReader validity_;
-    std::vector<std::uint8_t> excluded_;  // empty without a rule
+    std::vector<std::uint8_t> excluded_;   // empty without a rule
+    std::vector<std::uint8_t> nonFinite_;  // empty when not asked for
 };
 
 } // namespace isodata

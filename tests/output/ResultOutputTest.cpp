@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <limits>
 
 namespace {
 
@@ -102,6 +103,37 @@ TEST(ResultFileTest, TiledSourceIsLabelledWindowByWindow) {
     const std::vector<double> labels = testsupport::ReadBand(dir.File("classes.img"));
     for (int i = 0; i < kWidth * kHeight; ++i) ASSERT_EQ(labels[i], 1 + i % kWidth % 5) << "pixel " << i;
     EXPECT_EQ(reports.size(), kHeight + 1u);
+}
+
+// NaN and infinite values the rules leave in are counted apart from the
+// pixels beyond reach and the background; the non-finite rule excludes them
+// instead.
+TEST(ResultFileTest, NonFinitePixelsAreCountedApartOrExcludedByTheirRule) {
+    const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+    testsupport::TempDir dir;
+    testsupport::WriteRaster(dir.File("source.tif"),
+                             {6, 1, GDT_Float32, {{nan, inf, 10, 0, 5e7, 1}, {1, 1, 10, 0, 0, nan}}});
+    auto& factory = *KalDataSource::DatasetFactory::Instance();
+    const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
+    ASSERT_TRUE(source);
+    for (const bool rule : {false, true}) {
+        SCOPED_TRACE(rule ? "excluded" : "left in");
+        isodata::ResultPassOptions options;
+        options.validity.nonFinite = rule;
+        isodata::PassReport figures;
+        {
+            const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), 6, 1, 1,
+                                                            KalDataSource::PDT_Byte, "ENVI");
+            isodata::GenerateResultRaster(source, result, {0, 1}, Centers({{10, 10}}, 2), nullptr, nullptr, options,
+                                          &figures);
+        }
+        EXPECT_EQ(testsupport::ReadBand(dir.File("classes.img")), (std::vector<double>{0, 0, 1, 0, 0, 0}));
+        EXPECT_EQ(figures.excluded.byNonFinite, rule ? 3 : 0);
+        EXPECT_EQ(figures.excluded.pixels, rule ? 3 : 0);
+        EXPECT_EQ(figures.unclassified.nonFinite, rule ? 0 : 3);
+        EXPECT_EQ(figures.unclassified.beyondReach, 1);
+        EXPECT_EQ(figures.unclassified.background, 1);
+    }
 }
 
 // Threads change how fast, never what: over a striped input of several

@@ -104,7 +104,16 @@ TEST(WindowReaderRulesTest, EachRuleMarksOnlyItsOwnBitAndNoRuleGivesNoFlags) {
     WindowReader plain(input.get(), {0}, kHeight, kWidth, none);
     plain.Read(0, 0, kWidth, kHeight);
     EXPECT_EQ(plain.Excluded(0), nullptr);
+    EXPECT_EQ(plain.NonFinite(0), nullptr);
     EXPECT_TRUE(std::isnan(plain.Row(0, 0)[2]));
+
+    // Asked for, non-finite values are marked without excluding anything.
+    WindowReader marking(input.get(), {0}, kHeight, kWidth, none, true);
+    marking.Read(0, 0, kWidth, kHeight);
+    EXPECT_EQ(marking.Excluded(0), nullptr);
+    EXPECT_EQ(marking.NonFinite(0)[2], 2);
+    EXPECT_EQ(marking.NonFinite(2)[3], 2);
+    EXPECT_EQ(marking.NonFinite(1)[0], 0);
 
     ValidityRules nonFinite;
     nonFinite.nonFinite = true;
