@@ -9,7 +9,8 @@
 // Prints the valid pixels.
 #include "GdalSession.h"
 #include "RunDriver.h"
-#include "RunValidity.h"
+#include "Validity.h"
+#include "WorkingMask.h"
 
 #include <gdal_priv.h>
 

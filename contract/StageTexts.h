@@ -30,12 +30,10 @@ inline constexpr const char* kSplitClassification = "Split-Statistical classific
 inline constexpr const char* kMergeClassification = "Merger-Statistical classification";
 inline constexpr const char* kGenerateResultFile = "Generate result file";
 
-// The centre choice, the scratch files and the result output.
+// The centre choice and the result output.
 inline constexpr const char* kOutputContext = "CMXRVUnsupervisedClassification";
 inline constexpr const char* kChoosingCenters = "Select Initial Cluster Center";
-inline constexpr const char* kScratchFilesFailed = "Temporary file creation failed!";
 inline constexpr const char* kGeneratingResultFile = "Generating result file";
-inline constexpr const char* kResultDescription = "ISODATA classification results";
 
 // A stage text taken apart. Inside the iteration loop every stage is
 // prefixed with the rounds so far, run together ("Select Initial Cluster

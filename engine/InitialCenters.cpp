@@ -72,12 +72,10 @@ std::int64_t FirstValid(const std::uint8_t* valid, std::int32_t w, std::int32_t 
 } // namespace
 
 template <class T>
-void IsodataEngine<T>::SampleBlocks(double* accA, double* accB, const StageProgress& stage, int samplesPerBlock) {
-    blockPixelCounts.assign(blockCount, 0);
+void IsodataEngine<T>::SampleBlocks(const StageProgress& stage) {
     blockPixelWidths.assign(blockCount, 0);
     blockPixelHeights.assign(blockCount, 0);
-    const std::size_t perBlock = static_cast<std::size_t>(samplesPerBlock);
-    samples.assign(bandIndices.size(), std::vector<T>(perBlock * blockCount));
+    samples.assign(bandIndices.size(), std::vector<T>(blockCount));
     sampleCount = 0;
     BlockReader<T> reader = MakeBlockReader();
     SteppedProgress progress(stage, 100.0 / static_cast<std::int32_t>(blockCount));
@@ -87,35 +85,20 @@ void IsodataEngine<T>::SampleBlocks(double* accA, double* accB, const StageProgr
         reader.Read(g);
         blockPixelWidths[b] = static_cast<std::uint32_t>(g.w);
         blockPixelHeights[b] = static_cast<std::uint32_t>(g.h);
-        const std::int32_t n = g.w * g.h;
-        blockPixelCounts[b] = static_cast<std::uint32_t>(n);
-        if (const std::uint8_t* valid = reader.Valid()) {
-            const std::int64_t first = FirstValid(valid, g.w, g.h, blockWidth);
-            if (first >= 0) {
-                for (std::size_t i = 0; i < samples.size(); ++i) samples[i][sampleCount] = reader.Band(i)[first];
-                ++sampleCount;
-            }
-        } else {
-            for (std::size_t i = 0; i < samples.size(); ++i) {
-                const T* band = reader.Band(i);
-                samples[i][b * perBlock] = band[0];
-                // Further samples index the full-size buffer as if it were w * h
-                // long, so in a partial block they may land in its zero fill.
-                for (std::size_t j = 1; j < perBlock; ++j)
-                    samples[i][b * perBlock + j] = band[(n - 1) / static_cast<std::int32_t>(j)];
-            }
-            sampleCount += perBlock;
+        std::int64_t first = 0;  // the block's top-left pixel
+        if (const std::uint8_t* valid = reader.Valid()) first = FirstValid(valid, g.w, g.h, blockWidth);
+        if (first >= 0) {
+            for (std::size_t i = 0; i < samples.size(); ++i) samples[i][sampleCount] = reader.Band(i)[first];
+            ++sampleCount;
         }
-        *accB += *accA;
         progress.Step();
     }
     for (auto& band : samples) band.resize(sampleCount);
 }
 
 template <class T>
-void IsodataEngine<T>::SelectInitialCenters(double* accA, double* accB, const StageProgress& stage,
-                                            int samplesPerBlock) {
-    SampleBlocks(accA, accB, stage, samplesPerBlock);
+void IsodataEngine<T>::SelectInitialCenters(const StageProgress& stage) {
+    SampleBlocks(stage);
     const std::size_t n = sampleCount;
     const std::size_t k = static_cast<std::size_t>(classCount);
     centers.assign(k, std::vector<T>(bandIndices.size(), T(0)));
@@ -151,9 +134,9 @@ void IsodataEngine<T>::SelectInitialCenters(double* accA, double* accB, const St
     }
 }
 
-#define ISODATA_INSTANTIATE(T)                                                                        \
-    template void IsodataEngine<T>::SampleBlocks(double*, double*, const StageProgress&, int);       \
-    template void IsodataEngine<T>::SelectInitialCenters(double*, double*, const StageProgress&, int);
+#define ISODATA_INSTANTIATE(T)                                        \
+    template void IsodataEngine<T>::SampleBlocks(const StageProgress&); \
+    template void IsodataEngine<T>::SelectInitialCenters(const StageProgress&);
 ISODATA_FOR_EACH_PIXEL_TYPE(ISODATA_INSTANTIATE)
 #undef ISODATA_INSTANTIATE
 

@@ -25,14 +25,6 @@
 
 namespace isodata {
 
-// What a run tells its driver beyond success: the final centres, widened to
-// double from the pixel type (exactly), and the result pass's figures.
-struct EngineReport {
-    std::int32_t pixelType = 0;  // of the engine the centres come from; 0 when none ran
-    std::vector<std::vector<double>> centres;
-    ResultPassReport resultPass;
-};
-
 // What the run driver hands an engine: the record and the run's two rasters,
 // and with a validity mask the working copy's mask and the rules the result
 // pass reads at full size.
@@ -44,7 +36,7 @@ struct EngineInputs {
     KalUtility::_ptr_t<KalDataSource::RasterDataset> workingMask;  // Byte, reduced size, 0 = excluded; null: none
     std::int64_t workingValidPixels = 0;                       // pixels the working mask leaves in
     ResultPassOptions resultPass;
-    EngineReport* report = nullptr;                            // filled at the end when given
+    PassReport* report = nullptr;                              // filled at the end when given
     WorkerPool* pool = nullptr;                                // threads the passes share out to; null: none
 };
 
@@ -65,11 +57,10 @@ struct EngineState {
     KalUtility::_ptr_t<KalDataSource::RasterDataset> workingMask;
     std::int32_t meanDistancePixels = 0;
     ResultPassOptions resultPass;
-    EngineReport* report = nullptr;
+    PassReport* report = nullptr;
     WorkerPool* pool = nullptr;
     QString inputPath, resultPath;
     std::int32_t pixelType = 0;
-    stInfoClassificationISO params;
     std::uint64_t desiredClassCount = 0;             // D
     std::int64_t minClassPixels = 0;
     std::uint64_t maxMergePairs = 0;
@@ -83,7 +74,7 @@ struct EngineState {
     std::int32_t blockWidth = 64, blockHeight = 64;
     std::int32_t blockColumns = 0, blockRows = 0;
     std::uint32_t blockCount = 0;
-    std::vector<std::uint32_t> blockPixelWidths, blockPixelHeights, blockPixelCounts;
+    std::vector<std::uint32_t> blockPixelWidths, blockPixelHeights;
     std::size_t sampleCount = 0;                     // N: samples taken, one per block holding a valid pixel
 
     // Clusters (their centres are in the engine, typed): counts, per-block
@@ -104,7 +95,6 @@ struct EngineState {
 
     // Result and texts.
     KalUtility::_ptr_t<KalDataSource::RasterDataset> resultDataset;  // class raster, open for update
-    QString sourceName, errorText;
     QString progressText;                            // prefix of every stage text in the loop
 };
 
@@ -131,7 +121,6 @@ private:
     friend class EngineTestSeam<T>;
 
     static constexpr std::int32_t kMaxBlocksPerSide = 50;
-    static constexpr int kSamplesPerBlock = 1;
 
     // Samples and centres in the pixel type.
     std::vector<std::vector<T>> samples;             // [band][sample]
@@ -149,12 +138,11 @@ private:
     bool CreateClassFiles();
     void RemoveClassFiles();
     bool OpenResultDataset();
-    bool CloseResultDataset();
     void ReleaseEngine();
 
     // The stages, one file each.
-    void SampleBlocks(double* accA, double* accB, const StageProgress& stage, int samplesPerBlock);
-    void SelectInitialCenters(double* accA, double* accB, const StageProgress& stage, int samplesPerBlock);
+    void SampleBlocks(const StageProgress& stage);
+    void SelectInitialCenters(const StageProgress& stage);
     bool ClassifyPixels(const StageProgress& stage);
     void ComputeClusterCenters(const StageProgress& stage);
     void ComputeMeanDistances(const StageProgress& stage);

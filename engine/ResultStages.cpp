@@ -17,12 +17,12 @@ void IsodataEngine<T>::GenerateResultRaster(ProgressFn progress, void* userData)
     }
     isodata::GenerateResultRaster(sourceDataset, resultDataset, bandIndices,
                                   ToLabelCenters(centers, bandIndices.size()), progress, userData, resultPass,
-                                  report ? &report->resultPass : nullptr);
+                                  report);
 }
 
 template <class T>
 void IsodataEngine<T>::AttachClassMetadata() {
-    isodata::AttachClassMetadata(resultDataset, BuildClassMetadata(centers.size(), resultPath));
+    isodata::AttachClassMetadata(resultDataset, BuildClassMetadata(centers.size()));
 }
 
 #define ISODATA_INSTANTIATE(T)                                                            \

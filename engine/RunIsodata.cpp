@@ -46,7 +46,6 @@ template <class T>
 bool IsodataEngine<T>::Setup(const EngineInputs& inputs, std::int32_t pixelTypeCode) {
     const stInfoClassificationISO& record = inputs.record;
     if (record.initialClassCount < 0 || record.initialClassCount > kMaxInitialClusters) return false;
-    params = record;
     pixelType = pixelTypeCode;
     sourceDataset = inputs.input;
     inputDataset = inputs.working;
@@ -152,16 +151,8 @@ bool IsodataEngine<T>::RemoveSmallClasses() {
 
 template <class T>
 bool IsodataEngine<T>::OpenResultDataset() {
-    auto* factory = KalDataSource::DatasetFactory::Instance();
-    if (sourceDataset) sourceName = sourceDataset->GetName();
-    resultDataset = factory->OpenRasterDataset(resultPath, KalDataSource::OpenUpdate);
+    resultDataset = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(resultPath, KalDataSource::OpenUpdate);
     return static_cast<bool>(resultDataset);
-}
-
-template <class T>
-bool IsodataEngine<T>::CloseResultDataset() {
-    resultDataset.reset();
-    return false;
 }
 
 template <class T>
@@ -169,14 +160,11 @@ void IsodataEngine<T>::ReleaseEngine() {
     RemoveClassFiles();
     std::vector<std::uint32_t>().swap(blockPixelWidths);
     std::vector<std::uint32_t>().swap(blockPixelHeights);
-    std::vector<std::uint32_t>().swap(blockPixelCounts);
 }
 
 template <class T>
 bool IsodataEngine<T>::CreateClassFiles() {
-    if (classFiles.Create(inputPath, classCount)) return true;
-    errorText = Translate(kOutputContext, kScratchFilesFailed);
-    return false;
+    return classFiles.Create(inputPath, classCount);
 }
 
 template <class T>
@@ -227,8 +215,7 @@ template <class T>
 bool IsodataEngine<T>::RunIsodata(ProgressFn progress, void* userData) {
     InitBlockGrid();
     progressText = Translate(kEngineContext, kSelectInitialCenter);
-    double accA = 0.0, accB = 0.0;
-    SelectInitialCenters(&accA, &accB, StageProgress(progress, userData, progressText), kSamplesPerBlock);
+    SelectInitialCenters(StageProgress(progress, userData, progressText));
     if (!ClassifyPixels(StageProgress(progress, userData, Translate(kEngineContext, kStatisticalClassification)))) {
         ReleaseEngine();
         return false;
@@ -252,7 +239,7 @@ bool IsodataEngine<T>::RunIsodata(ProgressFn progress, void* userData) {
     }
     GenerateResultRaster(progress, userData);
     AttachClassMetadata();
-    CloseResultDataset();
+    resultDataset.reset();
     ReleaseEngine();
     return true;
 }

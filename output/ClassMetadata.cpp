@@ -1,17 +1,12 @@
-// Class names, colour table and the matching header entries of the class
-// raster.
+// Class names and colour table of the class raster.
 //
 //  1. Colour 0 is black for unclassified; clusters 1..18 take the palette,
 //     later clusters three draws of rand() % 255 each (never 255).
 //  2. Names are "Unclassified" then "class1".. — but only when there are two
 //     or more clusters; a single cluster gets a colour and no name. Kept as
 //     the established output.
-//  3. The header entries are assembled but nothing is written from here: the
-//     band's names and colour table reach the file through the data source.
+//  3. Both reach the file through the data source, which writes the header.
 #include "ClassMetadata.h"
-
-#include "FileNames.h"
-#include "Progress.h"
 
 #include <cstdlib>
 
@@ -35,32 +30,13 @@ Rgb ClusterColor(std::size_t i) {
 
 } // namespace
 
-ClassMetadata BuildClassMetadata(std::size_t clusterCount, const QString& resultPath) {
+ClassMetadata BuildClassMetadata(std::size_t clusterCount) {
     ClassMetadata m;
-    m.description = Translate(kOutputContext, kResultDescription);
     m.colors.push_back({0, 0, 0});
     m.names << QStringLiteral("Unclassified");
-    if (clusterCount > 1) {
-        QString names = QStringLiteral("{Unclassified");
-        for (std::size_t i = 1; i <= clusterCount; ++i) {
-            const QString name = QStringLiteral("class%1").arg(i);
-            names += QLatin1Char(',') + name;
-            m.names << name;
-        }
-        m.header[QStringLiteral("class names")] = names + QLatin1Char('}');
-    }
-    QString lookup = QStringLiteral("{0,0,0");
-    for (std::size_t i = 0; i < clusterCount; ++i) {
-        const Rgb c = ClusterColor(i);
-        lookup += QStringLiteral(",%1,%2,%3").arg(c[0]).arg(c[1]).arg(c[2]);
-        m.colors.push_back(c);
-    }
-    m.header[QStringLiteral("class lookup")] = lookup + QLatin1Char('}');
-    m.header[QStringLiteral("classes")] = QString::number(clusterCount + 1);
-    m.header[QStringLiteral("wavelength units ")] = QStringLiteral("Unknown");
-    // Cut at the last dot of the whole path, like the scratch files: this
-    // path is assembled and dropped, never written (GDAL writes the header).
-    m.headerPath = CutAtLastDot(resultPath) + QStringLiteral(".hdr");
+    if (clusterCount > 1)
+        for (std::size_t i = 1; i <= clusterCount; ++i) m.names << QStringLiteral("class%1").arg(i);
+    for (std::size_t i = 0; i < clusterCount; ++i) m.colors.push_back(ClusterColor(i));
     return m;
 }
 

@@ -9,7 +9,6 @@
 
 #include <array>
 #include <cstdint>
-#include <map>
 #include <vector>
 
 namespace isodata {
@@ -17,17 +16,14 @@ namespace isodata {
 using Rgb = std::array<std::int16_t, 3>;
 
 struct ClassMetadata {
-    QString description;                    // prepared for the result, not attached
-    QStringList names;                      // band category names
-    std::vector<Rgb> colors;                // entry i colours pixel value i
-    std::map<QString, QString> header;      // ENVI header entries describing the classes
-    QString headerPath;                     // where those entries would go
+    QStringList names;        // band category names
+    std::vector<Rgb> colors;  // entry i colours pixel value i
 };
 
-// Builds the names, colours and header entries for clusterCount clusters.
-// Clusters after the eighteenth draw three numbers each from the runtime's
-// shared generator, which this library never seeds.
-ClassMetadata BuildClassMetadata(std::size_t clusterCount, const QString& resultPath);
+// Builds the names and colours for clusterCount clusters. Clusters after the
+// eighteenth draw three numbers each from the runtime's shared generator,
+// which this library never seeds.
+ClassMetadata BuildClassMetadata(std::size_t clusterCount);
 
 // Gives band 1 of the result its category names and colour table.
 void AttachClassMetadata(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,

@@ -110,16 +110,10 @@ ISODATA_TARGET_AVX512 void LabelRowAvx512(const float* const* rows, std::size_t 
 }
 #endif
 
-bool AllFinite(const float* const* rows, std::size_t bands, std::size_t x) {
-    for (std::size_t k = 0; k < bands; ++k)
-        if (!std::isfinite(rows[k][x])) return false;
-    return true;
-}
-
 } // namespace
 
 void LabelRow(VectorIsa isa, const float* const* rows, std::size_t n, const LabelCenters& centers,
-              std::int32_t* labels, const std::uint8_t* excluded, LabelTally* tally) {
+              std::int32_t* labels, const std::uint8_t* excluded, LabelTally* tally, const std::uint8_t* nonFinite) {
     switch (isa) {
 #if ISODATA_VECTOR_VARIANTS
     case VectorIsa::Avx512: LabelRowAvx512(rows, n, centers, labels); break;
@@ -131,16 +125,16 @@ void LabelRow(VectorIsa isa, const float* const* rows, std::size_t n, const Labe
         const bool out = excluded && excluded[x];
         if (tally && !out && labels[x] <= 0) {
             if (labels[x] == kBackgroundMark) ++tally->background;
-            else if (AllFinite(rows, centers.bands, x)) ++tally->beyondReach;
-            else ++tally->nonFinite;
+            else if (nonFinite && nonFinite[x]) ++tally->nonFinite;
+            else ++tally->beyondReach;
         }
         if (out || labels[x] == kBackgroundMark) labels[x] = 0;
     }
 }
 
 void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::int32_t* labels,
-              const std::uint8_t* excluded, LabelTally* tally) {
-    LabelRow(BestIsa(), rows, n, centers, labels, excluded, tally);
+              const std::uint8_t* excluded, LabelTally* tally, const std::uint8_t* nonFinite) {
+    LabelRow(BestIsa(), rows, n, centers, labels, excluded, tally, nonFinite);
 }
 
 } // namespace isodata

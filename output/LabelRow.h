@@ -15,12 +15,17 @@ namespace isodata {
 // Ties go to the lower class. Bands are summed in band order for every pixel.
 // With excluded, a pixel whose entry is not 0 is labelled 0 whatever its
 // values. With tally, the pixels not excluded that stay unclassified are
-// counted by why.
+// counted by why: nonFinite, as the reader marks it (not 0 where a band
+// value is NaN or infinite), tells those from the ones beyond reach; such a
+// pixel is never background nor near a centre. Without nonFinite every one
+// of them counts as beyond reach.
 void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::int32_t* labels,
-              const std::uint8_t* excluded = nullptr, LabelTally* tally = nullptr);
+              const std::uint8_t* excluded = nullptr, LabelTally* tally = nullptr,
+              const std::uint8_t* nonFinite = nullptr);
 
 // The same with the copy compiled for isa, which the CPU must run.
 void LabelRow(VectorIsa isa, const float* const* rows, std::size_t n, const LabelCenters& centers,
-              std::int32_t* labels, const std::uint8_t* excluded = nullptr, LabelTally* tally = nullptr);
+              std::int32_t* labels, const std::uint8_t* excluded = nullptr, LabelTally* tally = nullptr,
+              const std::uint8_t* nonFinite = nullptr);
 
 } // namespace isodata

@@ -5,23 +5,25 @@
 //     call: strips of 16 rows when the file is striped, strips a tile high
 //     and a few tiles wide when it is tiled, so every block is read once
 //     whatever the block cache holds.
-//  2. With a validity mask, the window's mask bands and mask raster are read
-//     alongside and its non-finite values found; excluded pixels are counted.
+//  2. With a validity mask, the reader hands out why each pixel of the window
+//     is excluded beside its values (WindowReader.h); excluded pixels are
+//     counted. For the figures it also marks the non-finite pixels the
+//     rules leave in, which the labelling counts apart.
 //  3. Each row of a window is labelled (LabelRow), excluded pixels as 0, and
 //     its labels kept as their low byte; the rows are shared out to the
 //     worker threads, if any, each gathering its own counts and moments,
 //     which are then added up in row order.
 //  4. Once a strip is done, progress advances by 100 / H for each of its rows
 //     and its labels are written to band 1 in one call.
-// With worker threads, the next windows are read on threads of their own
-// while this one is labelled, each through a handle of its own on the input
-// when no validity mask needs reading too (one reader otherwise); windows
-// take turns in a ring of slots, and what each holds does not depend on when
-// or by whom it was read.
+// Windows take turns in a ring of slots filled ahead of the labelling: with
+// worker threads the next windows are read on threads of their own while
+// this one is labelled, each through a handle of its own on the input when
+// no validity mask needs reading too (one reader otherwise); with one thread
+// each window is read on the calling thread when its turn comes.
 #include "ResultRaster.h"
 
-#include "BandSlots.h"
 #include "LabelRow.h"
+#include "WindowReader.h"
 
 #include <GdalSession.h>
 
@@ -57,49 +59,6 @@ WindowShape ShapeWindows(GDALDataset* source, std::size_t bands, int width) {
     return {rows, std::min(width, blocks * blockWidth)};
 }
 
-// A window of rows of the chosen bands as floats. Each band the source has
-// is read once however often the list names it; a band it lacks reads as
-// zeros.
-class WindowReader {
-public:
-    WindowReader(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
-                 const std::vector<std::uint32_t>& bandIndices, WindowShape shape)
-        : source_(source),
-          slots_(source && source->GetGDALDataset() ? source->GetGDALDataset()->GetRasterCount() : 0, bandIndices),
-          plane_(static_cast<std::size_t>(shape.rows) * static_cast<std::size_t>(shape.columns)),
-          // Zeros at first: a band that fails to read keeps the previous rows.
-          values_(slots_.Count() * plane_, 0.0f),
-          zeros_(static_cast<std::size_t>(shape.columns), 0.0f) {}
-
-    void Read(int x0, int y0, int columns, int rows) {
-        columns_ = static_cast<std::size_t>(columns);
-        if (slots_.Count() == 0) return;
-        const GSpacing line = static_cast<GSpacing>(columns_ * sizeof(float));
-        if (source_->GetGDALDataset()->RasterIO(GF_Read, x0, y0, columns, rows, values_.data(), columns, rows,
-                                                GDT_Float32, static_cast<int>(slots_.Count()),
-                                                slots_.BandMap().data(), sizeof(float), line,
-                                                static_cast<GSpacing>(plane_ * sizeof(float)), nullptr) == CE_None)
-            return;
-        // Band by band after a failure, so each band keeps what its own read leaves.
-        for (std::size_t s = 0; s < slots_.Count(); ++s)
-            ReadBandRegion(source_, slots_.BandMap()[s] - 1, x0, y0, columns, rows, 1.0, 1.0,
-                           values_.data() + s * plane_, GDT_Float32);
-    }
-
-    // Row r of the window in the entry-th band of the list.
-    const float* Row(std::size_t entry, int r) const {
-        const std::size_t slot = slots_.SlotOf(entry);
-        if (slot == BandSlots::kMissing) return zeros_.data();
-        return values_.data() + slot * plane_ + static_cast<std::size_t>(r) * columns_;
-    }
-
-private:
-    const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source_;
-    BandSlots slots_;
-    std::size_t plane_, columns_ = 0;
-    std::vector<float> values_, zeros_;
-};
-
 } // namespace
 
 std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers) {
@@ -110,48 +69,23 @@ std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const Lab
     return label;
 }
 
-std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& dataset, int bandIndex,
-                            int xOff, int yOff, int xSize, int ySize, double scaleX, double scaleY, void* buffer,
-                            GDALDataType dataType) {
-    if (xOff < 0 || yOff < 0 || !dataset) return 0;
-    const int bufX = static_cast<int>(xSize * scaleX + 0.5);
-    const int bufY = static_cast<int>(ySize * scaleY + 0.5);
-    GDALDataset* gdal = dataset->GetGDALDataset();
-    if (!gdal || bandIndex < 0 || bandIndex >= gdal->GetRasterCount()) return 0;
-    // Errors of the transfer itself are not checked.
-    const CPLErr ignored = gdal->GetRasterBand(bandIndex + 1)->RasterIO(GF_Read, xOff, yOff, xSize, ySize, buffer, bufX, bufY,
-                                                       dataType, 0, 0, nullptr);
-    (void)ignored;
-    return 1;
-}
-
 namespace {
 
-// One window of the input as read: its values, its exclusions (empty without
-// a validity mask) and where it lies.
+// One window of the input as read, through the handle it holds.
 struct WindowSlot {
+    // figures: the caller counts non-finite pixels the rules leave in.
     WindowSlot(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& input,
-               const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules)
-        : source(input),
-          entries(bandIndices.size()),
-          reader(source, bandIndices, shape),
-          validity(rules, bandIndices),
-          excluded(validity.Any() ? static_cast<std::size_t>(shape.rows) * shape.columns : 0) {}
+               const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules,
+               bool figures)
+        : source(input), reader(source->GetGDALDataset(), bandIndices, shape.rows, shape.columns, rules, figures) {}
 
     void Load(int left, int top, int width, int rows) {
         x0 = left, columns = width, count = rows;
         reader.Read(x0, top, columns, count);
-        if (!validity.Any()) return;
-        std::vector<const float*> planes(entries);
-        for (std::size_t k = 0; k < entries; ++k) planes[k] = reader.Row(k, 0);
-        validity.ReadMasks(x0, top, columns, count, columns, count, excluded.data(), &planes);
     }
 
     KalUtility::_ptr_t<KalDataSource::RasterDataset> source;
-    std::size_t entries;  // bands in the list
     WindowReader reader;
-    ValidityReader validity;
-    std::vector<std::uint8_t> excluded;
     int x0 = 0, columns = 0, count = 0;
 };
 
@@ -159,57 +93,102 @@ struct WindowSlot {
 // handles of their own.
 constexpr int kMostReaders = 4;
 
-// The slots of a pass and how many readers fill them: without worker
-// threads one slot and none ahead; with them a ring of readers + 1 slots.
-// Loads run side by side only with several readers, so then every slot
-// reads through a handle of its own, its mask bands too; one reader uses the
-// input's own. Mask bands of another dataset (a virtual copy with other
-// nodata values) or a mask raster keep to one reader.
+// The ring of slots of a pass, one a reader: while window i is labelled the
+// readers fill windows i + 1 to i + readers - 1, and window i + readers
+// takes window i's slot only once its labelling is done. Several readers
+// load side by side, so each slot but the first reads through a handle of
+// its own, its mask bands too; the first uses the input's own. Mask bands of
+// another dataset (a virtual copy with other nodata values) or a mask raster
+// keep to one reader.
 std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                                const std::vector<std::uint32_t>& bandIndices, WindowShape shape,
-                                               const ResultPassOptions& options, int& readers) {
+                                               const ResultPassOptions& options, bool figures) {
     const ValidityRules& rules = options.validity;
     const bool ownMasks = !rules.maskRaster && (!rules.maskBandsOf || rules.maskBandsOf == source->GetGDALDataset());
-    const bool ahead = options.pool && options.pool->Threads() > 1;
-    readers = !ahead ? 0 : !ownMasks ? 1 : std::min(options.pool->Threads(), kMostReaders);
+    const int threads = options.pool ? options.pool->Threads() : 1;
+    const int readers = ownMasks ? std::min(threads, kMostReaders) : 1;
     std::vector<std::unique_ptr<WindowSlot>> slots;
-    slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
-    if (readers == 1) slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
-    for (int i = 1; readers > 1 && i <= readers; ++i) {
+    slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules, figures));
+    for (int i = 1; i < readers; ++i) {
         const auto handle = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(source->GetPath(),
                                                                                        KalDataSource::OpenReadOnly);
         if (!handle) {  // no other handle: one reader after all
-            readers = 1;
             slots.resize(1);
-            slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules));
             break;
         }
         ValidityRules own = rules;
         if (own.maskBandsOf) own.maskBandsOf = handle->GetGDALDataset();
-        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, own));
+        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, own, figures));
     }
     return slots;
 }
 
+// The windows of the pass in order: strips from the top, windows from the left.
+struct WindowPlace {
+    int x0, y0, columns, count;
+};
+
+// Windows read ahead of the labelling into the ring of slots, each load's
+// GDAL errors raised again on the calling thread when its window is taken.
+// With worker threads the readers load on threads of their own; with one
+// thread a load is deferred until its window is taken and runs on the
+// calling thread: the same loop either way, and what a slot holds does not
+// depend on when or by whom it was read.
+class ReadAhead {
+public:
+    ReadAhead(std::vector<std::unique_ptr<WindowSlot>> slots, const std::vector<WindowPlace>& places,
+              std::launch policy)
+        : slots_(std::move(slots)), places_(places), policy_(policy) {}
+
+    // Window i, read; windows are taken in order, each once.
+    WindowSlot& Take(std::size_t i) {
+        while (launched_ < places_.size() && launched_ < i + slots_.size())
+            loading_.push_back(std::async(policy_, [this](std::size_t w) { return Load(w); }, launched_++));
+        GdalErrorCapture::Replay(loading_.front().get());
+        loading_.pop_front();
+        return *slots_[i % slots_.size()];
+    }
+
+private:
+    std::vector<GdalErrorCapture::Error> Load(std::size_t w) {
+        GdalErrorCapture capture;
+        const WindowPlace& p = places_[w];
+        slots_[w % slots_.size()]->Load(p.x0, p.y0, p.columns, p.count);
+        return capture.Take();
+    }
+
+    std::vector<std::unique_ptr<WindowSlot>> slots_;
+    const std::vector<WindowPlace>& places_;
+    std::launch policy_;
+    std::deque<std::future<std::vector<GdalErrorCapture::Error>>> loading_;  // windows i, i + 1, ... in order
+    std::size_t launched_ = 0;
+};
+
 // What labelling the rows of one window needs and leaves: the centres,
 // per-row counts and moments, and the bytes to write.
+// The counts of one row, added up in row order.
+struct RowTally {
+    ExclusionCounts excluded;
+    LabelTally unclassified;
+};
+
 struct WindowLabels {
     const LabelCenters& centers;
-    bool nonFinite;
     bool figures;  // the caller wants the counts and moments
-    std::vector<ResultPassReport>& rowTally;
+    std::vector<RowTally>& rowTally;
     std::vector<ClassMoments>& rowMoments;
     std::vector<std::uint8_t>& out;
     std::size_t outStride;
 
-    void Row(WindowSlot& window, int r, std::vector<const float*>& rows, std::vector<std::int32_t>& labels) const {
+    void Row(const WindowSlot& window, int r, std::vector<const float*>& rows,
+             std::vector<std::int32_t>& labels) const {
         for (std::size_t k = 0; k < rows.size(); ++k) rows[k] = window.reader.Row(k, r);
         const std::size_t n = static_cast<std::size_t>(window.columns);
-        std::uint8_t* why = window.excluded.empty() ? nullptr : window.excluded.data() + static_cast<std::size_t>(r) * n;
-        ResultPassReport& tally = rowTally[static_cast<std::size_t>(r)];
-        if (why && nonFinite) MarkNonFinite(rows.data(), rows.size(), n, why);
+        const std::uint8_t* why = window.reader.Excluded(r);
+        RowTally& tally = rowTally[static_cast<std::size_t>(r)];
         if (why) tally.excluded.Add(why, n);
-        LabelRow(rows.data(), n, centers, labels.data(), why, figures ? &tally.unclassified : nullptr);
+        LabelRow(rows.data(), n, centers, labels.data(), why, figures ? &tally.unclassified : nullptr,
+                 window.reader.NonFinite(r));
         if (figures) rowMoments[static_cast<std::size_t>(r)].AddRow(rows.data(), labels.data(), n);
         // Class numbers above 255 keep their low byte.
         std::uint8_t* row = out.data() + static_cast<std::size_t>(r) * outStride + static_cast<std::size_t>(window.x0);
@@ -217,7 +196,7 @@ struct WindowLabels {
     }
 };
 
-void Accumulate(ResultPassReport& total, ResultPassReport& row) {
+void Accumulate(RowTally& total, RowTally& row) {
     total.excluded.pixels += row.excluded.pixels;
     total.excluded.byMaskBands += row.excluded.byMaskBands;
     total.excluded.byNonFinite += row.excluded.byNonFinite;
@@ -225,13 +204,8 @@ void Accumulate(ResultPassReport& total, ResultPassReport& row) {
     total.unclassified.background += row.unclassified.background;
     total.unclassified.nonFinite += row.unclassified.nonFinite;
     total.unclassified.beyondReach += row.unclassified.beyondReach;
-    row = ResultPassReport();
+    row = RowTally();
 }
-
-// The windows of the pass in order: strips from the top, windows from the left.
-struct WindowPlace {
-    int x0, y0, columns, count;
-};
 
 std::vector<WindowPlace> Windows(WindowShape shape, int width, int height) {
     std::vector<WindowPlace> places;
@@ -243,24 +217,21 @@ std::vector<WindowPlace> Windows(WindowShape shape, int width, int height) {
 
 } // namespace
 
-std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
-                                  const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
-                                  const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
-                                  ProgressFn progress, void* userData, const ResultPassOptions& options,
-                                  ResultPassReport* report) {
+void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+                          const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
+                          const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
+                          ProgressFn progress, void* userData, const ResultPassOptions& options,
+                          PassReport* report) {
     const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
     const std::size_t w = static_cast<std::size_t>(width);
     const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
-    int readers = 0;
-    const std::vector<std::unique_ptr<WindowSlot>> slots = Slots(source, bandIndices, shape, options, readers);
-    ResultPassReport tally;
+    RowTally tally;
     ClassMoments moments(centers, options.classStatistics);
-    std::vector<ResultPassReport> rowTally(static_cast<std::size_t>(shape.rows));
+    std::vector<RowTally> rowTally(static_cast<std::size_t>(shape.rows));
     std::vector<ClassMoments> rowMoments(static_cast<std::size_t>(shape.rows),
                                          ClassMoments(centers, options.classStatistics));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
-    const WindowLabels labelling{centers, slots[0]->validity.NonFinite(), report != nullptr, rowTally, rowMoments,
-                                 out, w};
+    const WindowLabels labelling{centers, report != nullptr, rowTally, rowMoments, out, w};
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
     GDALRasterBand* targetBand = target && target->GetRasterCount() >= 1 ? target->GetRasterBand(1) : nullptr;
 
@@ -269,27 +240,11 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
     const double step = 100.0 / height;
     double done = 0.0;
     const std::vector<WindowPlace> places = Windows(shape, width, height);
-    const auto load = [&](std::size_t i) {
-        slots[i % slots.size()]->Load(places[i].x0, places[i].y0, places[i].columns, places[i].count);
-    };
-    // Read on a thread of its own, its GDAL errors raised again here.
-    const auto loadAhead = [&](std::size_t i) {
-        GdalErrorCapture capture;
-        load(i);
-        return capture.Take();
-    };
-    std::deque<std::future<std::vector<GdalErrorCapture::Error>>> loading;  // windows i, i + 1, ... in order
-    std::size_t launched = 0;
+    const bool threads = options.pool && options.pool->Threads() > 1;
+    ReadAhead ahead(Slots(source, bandIndices, shape, options, report != nullptr), places,
+                    threads ? std::launch::async : std::launch::deferred);
     for (std::size_t i = 0; i < places.size(); ++i) {
-        while (readers > 0 && launched < places.size() && launched < i + static_cast<std::size_t>(readers))
-            loading.push_back(std::async(std::launch::async, loadAhead, launched++));
-        if (readers > 0) {
-            GdalErrorCapture::Replay(loading.front().get());
-            loading.pop_front();
-        } else {
-            load(i);
-        }
-        WindowSlot& window = *slots[i % slots.size()];
+        WindowSlot& window = ahead.Take(i);
         const Pieces pieces(static_cast<std::size_t>(window.count), PiecesFor(options.pool));
         ForEachPiece(options.pool, pieces.count, [&](std::size_t p) {
             std::vector<const float*> rows(bandIndices.size());
@@ -313,10 +268,10 @@ std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::Raster
         }
     }
     if (report) {
-        *report = tally;
+        report->excluded = tally.excluded;
+        report->unclassified = tally.unclassified;
         report->classes = moments.Finish();
     }
-    return 0;
 }
 
 } // namespace isodata

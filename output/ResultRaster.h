@@ -3,7 +3,7 @@
 // of the class raster.
 #pragma once
 
-#include "ClassStatistics.h"
+#include "PassReport.h"
 #include "Progress.h"
 #include "Validity.h"
 #include "WorkerPool.h"
@@ -35,25 +35,10 @@ LabelCenters ToLabelCenters(const std::vector<std::vector<V>>& centres, std::siz
     return labels;
 }
 
-// Pixels a labelling left unclassified, by why: their band values sum to
-// zero (background), a band value is NaN or infinite, or no centre lies
-// nearer than the labelling's limit.
-struct LabelTally {
-    std::int64_t background = 0;
-    std::int64_t nonFinite = 0;
-    std::int64_t beyondReach = 0;
-};
-
 // Class number 0..K of the pixel whose B band values are given: 0 when the
 // values sum to zero (background) or when no centre is nearer than 1e7 in
 // single-precision city-block distance; ties go to the lower class.
 std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers);
-
-// Reads a region of band bandIndex (0-based) scaled by (scaleX, scaleY) into
-// buffer; 1 on success, 0 for a negative offset or a missing band.
-std::int32_t ReadBandRegion(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& dataset, int bandIndex,
-                            int xOff, int yOff, int xSize, int ySize, double scaleX, double scaleY, void* buffer,
-                            GDALDataType dataType);
 
 // What a result pass may do beyond labelling: honour a validity mask, whose
 // excluded pixels are labelled 0 and counted, and gather each class's band
@@ -64,17 +49,13 @@ struct ResultPassOptions {
     WorkerPool* pool = nullptr;  // threads the rows of a window are shared out to; null: none
 };
 
-struct ResultPassReport {
-    ExclusionCounts excluded;
-    LabelTally unclassified;               // of the pixels not excluded
-    std::vector<ClassStatistics> classes;  // entry k is class k + 1
-};
-
-// Labels the whole source into band 1 of result, row by row. Always 0.
-std::uint8_t GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
-                                  const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
-                                  const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
-                                  ProgressFn progress, void* userData, const ResultPassOptions& options = {},
-                                  ResultPassReport* report = nullptr);
+// Labels the whole source into band 1 of result, row by row. report, when
+// given, receives the figures (excluded, unclassified, classes); its
+// centres are left as they are.
+void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
+                          const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
+                          const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
+                          ProgressFn progress, void* userData, const ResultPassOptions& options = {},
+                          PassReport* report = nullptr);
 
 } // namespace isodata

@@ -18,6 +18,7 @@
 #include "ProgressBridge.h"
 #include "RunValidity.h"
 #include "WorkingCopy.h"
+#include "WorkingMask.h"
 
 #include <KalDataSource.h>
 
@@ -193,16 +194,15 @@ RunResult Label(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const std::ve
         if (!result) return RunResult::ResultNotCreated;
         const std::vector<std::uint32_t> bands(files.record.bandIndices.begin(), files.record.bandIndices.end());
         GenerateResultRaster(files.input, result, bands, ToLabelCenters(centres, bands.size()), ProgressCallback,
-                             &algorithm, files.resultPass, files.report ? &files.report->resultPass : nullptr);
-        AttachClassMetadata(result, BuildClassMetadata(centres.size(), files.record.resultPath));
+                             &algorithm, files.resultPass, files.report);
+        AttachClassMetadata(result, BuildClassMetadata(centres.size()));
     }
     if (files.report) files.report->centres = centres;
     CopyRpcSideFile(files);
     return RunResult::Success;
 }
 
-void FillReport(stIsodataRunReport& report, const EngineReport& engine) {
-    const ResultPassReport& pass = engine.resultPass;
+void FillReport(stIsodataRunReport& report, const PassReport& pass) {
     report.excludedPixels = pass.excluded.pixels;
     report.excludedByMaskBands = pass.excluded.byMaskBands;
     report.excludedByNonFinite = pass.excluded.byNonFinite;
@@ -210,10 +210,10 @@ void FillReport(stIsodataRunReport& report, const EngineReport& engine) {
     report.backgroundPixels = pass.unclassified.background;
     report.nonFinitePixels = pass.unclassified.nonFinite;
     report.beyondReachPixels = pass.unclassified.beyondReach;
-    report.pixelType = engine.pixelType;
-    report.classes.assign(engine.centres.size(), stIsodataClassReport());
-    for (std::size_t c = 0; c < engine.centres.size(); ++c) {
-        report.classes[c].centre = engine.centres[c];
+    report.pixelType = pass.pixelType;
+    report.classes.assign(pass.centres.size(), stIsodataClassReport());
+    for (std::size_t c = 0; c < pass.centres.size(); ++c) {
+        report.classes[c].centre = pass.centres[c];
         if (c >= pass.classes.size()) continue;
         report.classes[c].pixels = pass.classes[c].pixels;
         report.classes[c].mean = pass.classes[c].mean;
@@ -254,14 +254,14 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassifica
     if (!validity.Open(files.input->GetGDALDataset(), options, record.bandIndices)) return RunResult::MaskUnusable;
     files.resultPass.validity = validity.Rules();
     files.resultPass.classStatistics = options.classStatistics;
-    EngineReport engineReport;
-    if (report) files.report = &engineReport;
+    PassReport passReport;
+    if (report) files.report = &passReport;
     WorkerPool pool(std::max(options.threads, 1));
     files.pool = files.resultPass.pool = &pool;
 
     const RunResult outcome = options.applyCentres.empty() ? Cluster(algorithm, files, validity, options, report)
                                                            : Label(algorithm, files, options.applyCentres);
-    if (report) FillReport(*report, engineReport);
+    if (report) FillReport(*report, passReport);
     return outcome;
 }
 

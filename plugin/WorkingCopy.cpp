@@ -8,9 +8,11 @@
 //  2. For each source block row holding picked rows, read column windows of
 //     whole blocks, all bands at once, and gather the picked pixels.
 //  3. Write the gathered rows of all bands in one call per batch.
-// With worker threads, runs of groups go to the threads, each reading through
-// a handle of its own on the input, and the calling thread writes their
-// batches in row order: the same pixels land in the same rows.
+// The groups are cut into runs that fill a batch each, and a round of runs
+// goes to the threads, one run a thread, each reading through a handle of
+// its own on the input; the calling thread writes their batches in row
+// order, so the same pixels land in the same rows. One thread is a round of
+// one run, read on the calling thread.
 // Inputs whose driver may pick other pixels, and any failed read, take
 // GDAL's whole-band read of every band instead, into a buffer whose resident
 // pages go back to the kernel as it fills (ReducedRead.h), so memory stays
@@ -154,10 +156,6 @@ public:
         : working_(working), bands_(bands), width_(width), capacity_(capacity),
           values_(bands * static_cast<std::size_t>(capacity) * static_cast<std::size_t>(width)) {}
 
-    // Makes room for rows more rows, writing out what is held when needed.
-    void Reserve(int rows) {
-        if (held_ + rows > capacity_) Write();
-    }
     float* Row(std::size_t band, int row) {
         return values_.data() + (band * static_cast<std::size_t>(capacity_) + static_cast<std::size_t>(held_ + row)) *
                                     static_cast<std::size_t>(width_);
@@ -244,15 +242,18 @@ std::vector<std::pair<std::size_t, std::size_t>> Runs(const std::vector<RowGroup
     return runs;
 }
 
-// The one pass with the runs of groups shared out to pool, a few at a time.
-// Each piece reads through a handle of its own (a dataset serves one thread
-// at a time) into a batch of its own; the batches are written here in row
-// order, and GDAL's errors raised on the threads are raised again here.
-bool CopyShared(const Plan& plan, GDALDataset* working, int width, WorkerPool& pool) {
+// The one pass: runs of whole groups, each filling one batch, are read a
+// round of lanes at a time, run t of a round by lane t through a handle of
+// its own (a dataset serves one thread at a time) into a batch of its own;
+// the batches are then written here in row order, and GDAL's errors raised
+// while reading are raised again here. With one lane (one thread, or an
+// overview as the source, which has no handle of its own to be had) each
+// round is one run read on this thread through the plan's source.
+bool CopyInOnePass(const Plan& plan, GDALDataset* input, GDALDataset* working, int width, WorkerPool* pool) {
     const std::vector<RowGroup> groups = GroupRows(plan);
     const int capacity = BatchRows(plan, groups, width);
     const auto runs = Runs(groups, capacity);
-    const std::size_t lanes = static_cast<std::size_t>(pool.Threads());
+    const std::size_t lanes = pool && plan.source == input ? static_cast<std::size_t>(pool->Threads()) : 1;
     std::vector<GDALDatasetUniquePtr> handles(lanes);
     std::vector<Plan> plans(lanes, plan);
     std::vector<Batch> batches(lanes, Batch(working, plan.bandMap.size(), width, capacity));
@@ -265,7 +266,7 @@ bool CopyShared(const Plan& plan, GDALDataset* working, int width, WorkerPool& p
     std::vector<char> ok(lanes);
     for (std::size_t first = 0; first < runs.size(); first += lanes) {
         const std::size_t count = std::min(lanes, runs.size() - first);
-        ForEachPiece(&pool, count, [&](std::size_t t) {
+        ForEachPiece(pool, count, [&](std::size_t t) {
             GdalErrorCapture capture;
             const auto [begin, end] = runs[first + t];
             std::vector<float> window;
@@ -283,21 +284,6 @@ bool CopyShared(const Plan& plan, GDALDataset* working, int width, WorkerPool& p
             batches[t].Write();
         }
     }
-    return true;
-}
-
-bool CopyInOnePass(const Plan& plan, GDALDataset* input, GDALDataset* working, int width, WorkerPool* pool) {
-    // Handles of their own can be had on the input, not on an overview it reads.
-    if (pool && pool->Threads() > 1 && plan.source == input) return CopyShared(plan, working, width, *pool);
-    const std::vector<RowGroup> groups = GroupRows(plan);
-    Batch batch(working, plan.bandMap.size(), width, BatchRows(plan, groups, width));
-    std::vector<float> window;
-    for (const RowGroup& g : groups) {
-        batch.Reserve(g.end - g.begin);
-        if (!GatherGroup(plan, g, window, batch)) return false;
-        batch.Commit(g.end - g.begin);
-    }
-    batch.Write();
     return true;
 }
 

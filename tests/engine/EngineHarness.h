@@ -25,8 +25,8 @@ public:
     std::vector<std::vector<T>>& Centers() { return e_.centers; }
     void InitBlockGrid() { e_.InitBlockGrid(); }
     BlockGeometry Block(std::uint32_t b) const { return e_.Block(b); }
-    void SampleBlocks(const StageProgress& stage) { e_.SampleBlocks(&a_, &b_, stage, 1); }
-    void SelectInitialCenters(const StageProgress& stage) { e_.SelectInitialCenters(&a_, &b_, stage, 1); }
+    void SampleBlocks(const StageProgress& stage) { e_.SampleBlocks(stage); }
+    void SelectInitialCenters(const StageProgress& stage) { e_.SelectInitialCenters(stage); }
     bool ClassifyPixels(const StageProgress& stage) { return e_.ClassifyPixels(stage); }
     void ComputeClusterCenters(const StageProgress& stage) { e_.ComputeClusterCenters(stage); }
     void ComputeMeanDistances(const StageProgress& stage) { e_.ComputeMeanDistances(stage); }
@@ -35,7 +35,6 @@ public:
 
 private:
     IsodataEngine<T>& e_;
-    double a_ = 0.0, b_ = 0.0;
 };
 
 } // namespace isodata

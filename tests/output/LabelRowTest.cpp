@@ -65,11 +65,12 @@ TEST(LabelRowTest, UnclassifiedPixelsAreCountedByWhy) {
     const std::vector<float> band1 = {0, 5, nan, 2e7f, 10, 0, 2e7f, 12};
     const std::vector<float> band2 = {0, -5, 1, 0, 10, 0, 0, 12};
     const std::uint8_t excluded[] = {0, 0, 0, 0, 0, 1, 1, 0};
+    const std::uint8_t nonFinite[] = {0, 0, 2, 0, 0, 0, 0, 0};  // as the reader marks the NaN
     const float* rows[] = {band1.data(), band2.data()};
     const isodata::LabelCenters centers{1, 2, {10, 10}};
     std::vector<std::int32_t> labels(band1.size());
     isodata::LabelTally tally;
-    isodata::LabelRow(rows, labels.size(), centers, labels.data(), excluded, &tally);
+    isodata::LabelRow(rows, labels.size(), centers, labels.data(), excluded, &tally, nonFinite);
     EXPECT_EQ(labels, (std::vector<std::int32_t>{0, 0, 0, 0, 1, 0, 0, 1}));
     EXPECT_EQ(tally.background, 2);
     EXPECT_EQ(tally.nonFinite, 1);

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <limits>
 
 namespace {
 
@@ -57,7 +58,7 @@ TEST(ResultFileTest, ClassNumbersKeepTheirLowByteEveryRowReportsAndNamesAndColou
                                                         KalDataSource::PDT_Byte, "ENVI");
         ASSERT_TRUE(source && result);
         isodata::GenerateResultRaster(source, result, {1}, Centers(centres, 1), testsupport::RecordProgress, &reports);
-        isodata::AttachClassMetadata(result, BuildClassMetadata(3, dir.QFile("classes.img")));
+        isodata::AttachClassMetadata(result, BuildClassMetadata(3));
     }  // releasing the last handle writes the header
     const std::vector<double> labels = testsupport::ReadBand(dir.File("classes.img"));
     for (int y = 0; y < kHeight; ++y)
@@ -104,19 +105,107 @@ TEST(ResultFileTest, TiledSourceIsLabelledWindowByWindow) {
     EXPECT_EQ(reports.size(), kHeight + 1u);
 }
 
+// NaN and infinite values the rules leave in are counted apart from the
+// pixels beyond reach and the background; the non-finite rule excludes them
+// instead.
+TEST(ResultFileTest, NonFinitePixelsAreCountedApartOrExcludedByTheirRule) {
+    const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+    testsupport::TempDir dir;
+    testsupport::WriteRaster(dir.File("source.tif"),
+                             {6, 1, GDT_Float32, {{nan, inf, 10, 0, 5e7, 1}, {1, 1, 10, 0, 0, nan}}});
+    auto& factory = *KalDataSource::DatasetFactory::Instance();
+    const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
+    ASSERT_TRUE(source);
+    for (const bool rule : {false, true}) {
+        SCOPED_TRACE(rule ? "excluded" : "left in");
+        isodata::ResultPassOptions options;
+        options.validity.nonFinite = rule;
+        isodata::PassReport figures;
+        {
+            const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), 6, 1, 1,
+                                                            KalDataSource::PDT_Byte, "ENVI");
+            isodata::GenerateResultRaster(source, result, {0, 1}, Centers({{10, 10}}, 2), nullptr, nullptr, options,
+                                          &figures);
+        }
+        EXPECT_EQ(testsupport::ReadBand(dir.File("classes.img")), (std::vector<double>{0, 0, 1, 0, 0, 0}));
+        EXPECT_EQ(figures.excluded.byNonFinite, rule ? 3 : 0);
+        EXPECT_EQ(figures.excluded.pixels, rule ? 3 : 0);
+        EXPECT_EQ(figures.unclassified.nonFinite, rule ? 0 : 3);
+        EXPECT_EQ(figures.unclassified.beyondReach, 1);
+        EXPECT_EQ(figures.unclassified.background, 1);
+    }
+}
+
+// Threads change how fast, never what: over a striped input of several
+// strips with its own nodata masks and NaNs (so that several readers load
+// ahead through handles of their own), every thread count writes the bytes,
+// the progress and the figures of one thread.
+TEST(ResultFileTest, EveryThreadCountGivesTheBytesReportsAndFiguresOfOne) {
+    constexpr int kWidth = 37, kHeight = 90;
+    testsupport::TempDir dir;
+    testsupport::RasterTable table = testsupport::RepeatingTable(GDT_Float32, kWidth, kHeight);
+    table.nodata = {7};
+    testsupport::WriteRaster(dir.File("source.tif"), table);
+    const auto centers = Centers({{1, 1, 1}, {4, 5, 6}, {9, 8, 7}}, 3);
+    struct Run {
+        std::vector<double> labels;
+        testsupport::Reports reports;
+        isodata::PassReport figures;
+    };
+    const auto run = [&](int threads) {
+        Run r;
+        isodata::WorkerPool pool(threads);
+        auto& factory = *KalDataSource::DatasetFactory::Instance();
+        {
+            const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
+            const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), kWidth, kHeight, 1,
+                                                            KalDataSource::PDT_Byte, "ENVI");
+            isodata::ResultPassOptions options;
+            options.validity.maskBandsOf = source->GetGDALDataset();
+            options.validity.nonFinite = true;
+            options.classStatistics = true;
+            options.pool = &pool;
+            isodata::GenerateResultRaster(source, result, {2, 0, 1}, centers, testsupport::RecordProgress,
+                                          &r.reports, options, &r.figures);
+        }
+        r.labels = testsupport::ReadBand(dir.File("classes.img"));
+        return r;
+    };
+    const Run one = run(1);
+    EXPECT_GT(one.figures.excluded.byMaskBands, 0);
+    EXPECT_GT(one.figures.excluded.byNonFinite, 0);
+    ASSERT_EQ(one.reports.size(), kHeight + 1u);
+    for (const int threads : {2, 3, 5}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        const Run many = run(threads);
+        EXPECT_EQ(many.labels, one.labels);
+        EXPECT_EQ(many.reports, one.reports);
+        EXPECT_EQ(many.figures.excluded.pixels, one.figures.excluded.pixels);
+        EXPECT_EQ(many.figures.excluded.byMaskBands, one.figures.excluded.byMaskBands);
+        EXPECT_EQ(many.figures.excluded.byNonFinite, one.figures.excluded.byNonFinite);
+        EXPECT_EQ(many.figures.unclassified.beyondReach, one.figures.unclassified.beyondReach);
+        ASSERT_EQ(many.figures.classes.size(), one.figures.classes.size());
+        for (std::size_t c = 0; c < one.figures.classes.size(); ++c) {
+            EXPECT_EQ(many.figures.classes[c].pixels, one.figures.classes[c].pixels);
+            EXPECT_EQ(many.figures.classes[c].mean, one.figures.classes[c].mean);
+            EXPECT_EQ(many.figures.classes[c].stddev, one.figures.classes[c].stddev);
+        }
+    }
+}
+
 TEST(ClassMetadataTest, BlackForUnclassifiedThePaletteThenThreeDrawsOfTheSharedGeneratorModulo255) {
     // glibc's generator from its start-up seed 1 draws 1804289383, 846930886,
     // 1681692777, 1714636915, 1957747793, 424238335: modulo 255 these are
     // 163, 151, 162, 85, 83, 190. The palette draws none.
     std::srand(1);
-    const std::vector<Rgb> colors = BuildClassMetadata(20, QStringLiteral("out.img")).colors;
+    const std::vector<Rgb> colors = BuildClassMetadata(20).colors;
     ASSERT_EQ(colors.size(), 21u);
     EXPECT_EQ(colors[0], (Rgb{0, 0, 0}));
     EXPECT_EQ(colors[18], (Rgb{255, 255, 127}));  // the last of the palette
     EXPECT_EQ(colors[19], (Rgb{163, 151, 162}));
     EXPECT_EQ(colors[20], (Rgb{85, 83, 190}));
     // A single cluster gets a colour but no name: the established output.
-    const isodata::ClassMetadata one = BuildClassMetadata(1, QStringLiteral("out.img"));
+    const isodata::ClassMetadata one = BuildClassMetadata(1);
     EXPECT_EQ(one.names, QStringList{"Unclassified"});
     EXPECT_EQ(one.colors, (std::vector<Rgb>{{0, 0, 0}, {255, 0, 0}}));
 }

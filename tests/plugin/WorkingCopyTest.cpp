@@ -1,7 +1,9 @@
 // The working copy read in one pass holds exactly the pixels of a whole-band
 // resampled read of every band, over awkward sizes, both interleavings, tiles
-// and strips, with and without overviews; inputs it cannot follow, and a
-// truncated file, take the whole-band read.
+// and strips, with and without overviews, and so for every thread count;
+// inputs it cannot follow, and a truncated file, take the whole-band read,
+// which inputs of every driver family go through mapped scratch files (no
+// heap allowance) to the same bytes.
 #include "WorkingCopy.h"
 
 #include "support/TestSupport.h"
@@ -9,8 +11,10 @@
 #include <GdalSession.h>
 
 #include <gdal_priv.h>
+#include <gdal_utils.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -18,6 +22,10 @@
 namespace {
 
 using isodata::WorkingCopyRead;
+using testsupport::RasterTable;
+using testsupport::RepeatingTable;
+using testsupport::TempDir;
+using testsupport::TranslateRaster;
 
 enum class Overviews { None, Internal, External };
 
@@ -88,7 +96,7 @@ std::vector<float> ReferenceCopy(GDALDataset& input, int w, int h) {
 
 class WorkingCopyTest : public testing::TestWithParam<Case> {};
 
-TEST_P(WorkingCopyTest, HoldsThePixelsOfTheWholeBandRead) {
+TEST_P(WorkingCopyTest, HoldsThePixelsOfTheWholeBandReadForEveryThreadCount) {
     const Case& c = GetParam();
     testsupport::TempDir dir;
     const std::string path = dir.File(std::string("input.") + (c.driver == std::string("ENVI") ? "img" : "tif"));
@@ -96,12 +104,17 @@ TEST_P(WorkingCopyTest, HoldsThePixelsOfTheWholeBandRead) {
     const isodata::QuietGdalErrors quiet;  // the truncated input's read errors
     GDALDatasetUniquePtr input(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
     ASSERT_TRUE(input);
-    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
-    GDALDatasetUniquePtr working(mem->Create("", c.reducedWidth, c.reducedHeight, 3, GDT_Float32, nullptr));
-
-    EXPECT_EQ(isodata::WriteWorkingCopy(input.get(), working.get(), c.reducedWidth, c.reducedHeight), c.expected);
     const std::vector<float> expected = ReferenceCopy(*input, c.reducedWidth, c.reducedHeight);
-    EXPECT_EQ(ReadAll(*working), expected);
+    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
+    for (const int threads : {1, 2, 5}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        isodata::WorkerPool pool(threads);
+        GDALDatasetUniquePtr working(mem->Create("", c.reducedWidth, c.reducedHeight, 3, GDT_Float32, nullptr));
+        EXPECT_EQ(isodata::WriteWorkingCopy(input.get(), working.get(), c.reducedWidth, c.reducedHeight,
+                                            isodata::kHeapReadBytes, &pool),
+                  c.expected);
+        EXPECT_EQ(ReadAll(*working), expected);
+    }
 }
 
 const std::vector<const char*> kStrips3{"BLOCKYSIZE=3"};
@@ -137,5 +150,132 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"another driver", 37, 23, 19, 12, GDT_UInt16, {}, Overviews::None, WorkingCopyRead::PerBand, "ENVI"},
         Case{"truncated file", 37, 23, 19, 12, GDT_UInt16, {}, Overviews::None, WorkingCopyRead::PerBand, "GTiff",
              true}));
+
+std::string WriteSource(const TempDir& dir, const std::string& name, const RasterTable& table) {
+    const std::string path = dir.File(name);
+    testsupport::WriteRaster(path, table);
+    return path;
+}
+
+std::string UpsamplingVrt(const TempDir& d) {
+    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Byte)), d.File("in.vrt"), {"-of", "VRT", "-outsize", "8000", "4800"});
+}
+
+// Four tiles side by side, as gdalbuildvrt lays them out.
+std::string Mosaic(const TempDir& d) {
+    const std::string source = WriteSource(d, "s.tif", RepeatingTable(GDT_UInt16, 60, 46));
+    std::vector<std::string> tiles;
+    for (const char* corner : {"0 0", "30 0", "0 23", "30 23"}) {
+        const std::string x(corner, std::strchr(corner, ' ')), y(std::strchr(corner, ' ') + 1);
+        tiles.push_back(TranslateRaster(source, d.File("tile" + std::to_string(tiles.size()) + ".tif"),
+                                  {"-srcwin", x.c_str(), y.c_str(), "30", "23"}));
+    }
+    std::vector<const char*> names;
+    for (const std::string& t : tiles) names.push_back(t.c_str());
+    const std::string path = d.File("mosaic.vrt");
+    GDALDatasetH vrt = GDALBuildVRT(path.c_str(), static_cast<int>(names.size()), nullptr, names.data(), nullptr, nullptr);
+    EXPECT_NE(vrt, nullptr);
+    GDALClose(vrt);
+    return path;
+}
+
+std::string ScaledVrtWithNodata(const TempDir& d) {
+    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_UInt16)), d.File("in.vrt"),
+                     {"-of", "VRT", "-scale", "0", "10", "0", "250", "-a_nodata", "25", "-outsize", "301", "203"});
+}
+
+std::string VrtWithOverviews(const TempDir& d) {
+    const std::string path = TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Int16)), d.File("in.vrt"),
+                                       {"-of", "VRT", "-outsize", "203", "151"});
+    testsupport::BuildOverviews(path);
+    return path;
+}
+
+std::string EnviWithOverviews(const TempDir& d) {
+    const std::string path = TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_UInt16, 203, 151)), d.File("in.img"),
+                                       {"-of", "ENVI"});
+    testsupport::BuildOverviews(path);
+    return path;
+}
+
+std::string JpegGeoTiff(const TempDir& d) {
+    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Byte, 203, 151)), d.File("in.tif"), {"-co", "COMPRESS=JPEG"});
+}
+
+std::string Png(const TempDir& d) {
+    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Byte, 203, 151)), d.File("in.png"), {"-of", "PNG"});
+}
+
+std::string Hdf4(const TempDir& d) {
+    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Int16, 203, 151)), d.File("in.hdf"), {"-of", "HDF4Image"});
+}
+
+// One three-dimensional variable (band, y, x).
+std::string NetCdf(const TempDir& d) {
+    const testsupport::RasterTable t = RepeatingTable(GDT_Float32, 203, 151);
+    const std::string path = d.File("in.nc");
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("netCDF");
+    GDALDatasetUniquePtr ds(driver->CreateMultiDimensional(path.c_str(), nullptr, nullptr));
+    const auto root = ds->GetRootGroup();
+    const auto band = root->CreateDimension("band", "", "", 3);
+    const auto y = root->CreateDimension("y", "", "", static_cast<GUInt64>(t.height));
+    const auto x = root->CreateDimension("x", "", "", static_cast<GUInt64>(t.width));
+    const auto array = root->CreateMDArray("values", {band, y, x}, GDALExtendedDataType::Create(GDT_Float32));
+    std::vector<double> values;
+    for (const auto& b : t.bands) values.insert(values.end(), b.begin(), b.end());
+    const GUInt64 start[3] = {0, 0, 0};
+    const size_t count[3] = {3, static_cast<size_t>(t.height), static_cast<size_t>(t.width)};
+    EXPECT_TRUE(array->Write(start, count, nullptr, nullptr, GDALExtendedDataType::Create(GDT_Float64), values.data()));
+    return path;
+}
+
+struct CopyCase {
+    const char* name;
+    std::string (*make)(const TempDir&);
+    const char* driver;  // needed to make the input; skipped when missing
+    int reducedWidth, reducedHeight;
+};
+
+std::ostream& operator<<(std::ostream& out, const CopyCase& c) { return out << c.name; }
+
+class BoundedCopyTest : public testing::TestWithParam<CopyCase> {};
+
+TEST_P(BoundedCopyTest, HoldsTheBytesOfTheWholeBandRead) {
+    const CopyCase& c = GetParam();
+    testsupport::RegisterGdal();
+    if (!GetGDALDriverManager()->GetDriverByName(c.driver)) GTEST_SKIP() << "no " << c.driver << " driver";
+    testsupport::TempDir dir;
+    const std::string path = c.make(dir);
+    GDALDatasetUniquePtr input(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    ASSERT_TRUE(input);
+    ASSERT_EQ(input->GetRasterCount(), 3);
+    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDatasetUniquePtr working(mem->Create("", c.reducedWidth, c.reducedHeight, 3, GDT_Float32, nullptr));
+
+    EXPECT_EQ(isodata::WriteWorkingCopy(input.get(), working.get(), c.reducedWidth, c.reducedHeight, 0),
+              isodata::WorkingCopyRead::PerBand);
+    std::vector<float> expected, band(static_cast<size_t>(c.reducedWidth) * c.reducedHeight);
+    for (int b = 1; b <= 3; ++b) {
+        ASSERT_EQ(input->GetRasterBand(b)->RasterIO(GF_Read, 0, 0, input->GetRasterXSize(), input->GetRasterYSize(),
+                                                    band.data(), c.reducedWidth, c.reducedHeight, GDT_Float32, 0, 0,
+                                                    nullptr), CE_None);
+        expected.insert(expected.end(), band.begin(), band.end());
+    }
+    const std::vector<float> got = ReadAll(*working);
+    ASSERT_EQ(got.size(), expected.size());
+    EXPECT_EQ(std::memcmp(got.data(), expected.data(), got.size() * sizeof(float)), 0);  // NaNs too, to the bit
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Drivers, BoundedCopyTest,
+    testing::Values(CopyCase{"VRT upsampling 37 x 23 to 8000 x 4800, in strips", UpsamplingVrt, "VRT", 2000, 1200},
+                    CopyCase{"mosaic VRT of four tiles", Mosaic, "VRT", 41, 31},
+                    CopyCase{"VRT scaling with nodata", ScaledVrtWithNodata, "VRT", 76, 51},
+                    CopyCase{"VRT with overviews", VrtWithOverviews, "VRT", 51, 38},
+                    CopyCase{"ENVI with external overviews", EnviWithOverviews, "ENVI", 67, 50},
+                    CopyCase{"JPEG-compressed GeoTIFF", JpegGeoTiff, "GTiff", 102, 76},
+                    CopyCase{"PNG", Png, "PNG", 51, 38},
+                    CopyCase{"HDF4", Hdf4, "HDF4Image", 102, 76},
+                    CopyCase{"netCDF variable", NetCdf, "netCDF", 51, 38}));
 
 } // namespace

@@ -2,11 +2,13 @@
 #include "support/TestSupport.h"
 
 #include <gdal_priv.h>
+#include <gdal_utils.h>
 #include <ogr_spatialref.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -58,6 +60,41 @@ void WriteRaster(const std::string& path, const RasterTable& table) {
                   CE_None);
     }
     GDALClose(ds);
+}
+
+RasterTable RepeatingTable(GDALDataType type, int width, int height, double offset) {
+    RasterTable t;
+    t.width = width;
+    t.height = height;
+    t.type = type;
+    const bool real = type == GDT_Float32 || type == GDT_Float64;
+    for (int b = 0; b < 3; ++b) {
+        t.bands.emplace_back();
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x) {
+                const double v = (3 * x + 5 * y + b) % 11 + offset;
+                t.bands.back().push_back(real && v == 3 + offset ? std::nan("") : v);
+            }
+    }
+    return t;
+}
+
+std::string TranslateRaster(const std::string& from, const std::string& to, std::vector<const char*> args) {
+    RegisterGdal();
+    args.push_back(nullptr);
+    GDALTranslateOptions* options = GDALTranslateOptionsNew(const_cast<char**>(args.data()), nullptr);
+    GDALDatasetUniquePtr source(GDALDataset::Open(from.c_str(), GDAL_OF_RASTER));
+    GDALDatasetH done = GDALTranslate(to.c_str(), GDALDataset::ToHandle(source.get()), options, nullptr);
+    GDALTranslateOptionsFree(options);
+    EXPECT_NE(done, nullptr) << to;
+    GDALClose(done);
+    return to;
+}
+
+void BuildOverviews(const std::string& path) {
+    GDALDatasetUniquePtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    int levels[] = {2, 4};
+    ASSERT_EQ(ds->BuildOverviews("NEAREST", 2, levels, 0, nullptr, nullptr, nullptr), CE_None);
 }
 
 std::vector<double> ReadBand(const std::string& path, int band) {

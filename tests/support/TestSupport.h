@@ -50,6 +50,17 @@ struct RasterTable {
 // Writes a GeoTIFF with the given values, 30 m pixels in UTM zone 33N.
 void WriteRaster(const std::string& path, const RasterTable& table);
 
+// width x height, three bands holding (3x + 5y + b) % 11 + offset: small
+// values that repeat, so that nodata values and zeros occur; the value
+// 3 + offset becomes NaN for the real types.
+RasterTable RepeatingTable(GDALDataType type, int width = 37, int height = 23, double offset = 0);
+
+// gdal_translate of from to to with the given arguments; to.
+std::string TranslateRaster(const std::string& from, const std::string& to, std::vector<const char*> args);
+
+// Nearest-neighbour overviews at 2 and 4 for every band of the file.
+void BuildOverviews(const std::string& path);
+
 // Reads one band back as doubles.
 std::vector<double> ReadBand(const std::string& path, int band = 1);
 

@@ -1,17 +1,16 @@
 // The validity rules read from GDAL.
 //
-//  1. The mask bands of the chosen bands, each distinct one once (a
-//     per-dataset mask serves every band); bands whose mask is "all valid"
-//     are skipped, since their mask can exclude nothing.
+//  1. The mask bands of the chosen bands, as ChooseMaskBands picks them.
 //  2. A window of each is read as bytes with the caller's buffer size, the
 //     mask raster's band 1 in its own type, and the bits set where they are 0.
 //  3. Non-finite values are found in rows of floats the caller already holds.
 #include "Validity.h"
 
+#include "MaskBands.h"
+
 #include <cpl_string.h>
 #include <gdal_priv.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -111,19 +110,9 @@ void* AsBandValues(GDALDataType type, const float* values, std::size_t n, std::v
 
 ValidityReader::ValidityReader(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices)
     : rules_(rules) {
-    if (!rules_.maskBandsOf) return;
-    for (std::size_t entry = 0; entry < bandIndices.size(); ++entry) {
-        const std::uint32_t index = bandIndices[entry];
-        if (index >= static_cast<std::uint32_t>(rules_.maskBandsOf->GetRasterCount())) continue;
-        GDALRasterBand* band = rules_.maskBandsOf->GetRasterBand(static_cast<int>(index) + 1);
-        const int flags = band->GetMaskFlags();
-        if (flags == GMF_ALL_VALID) continue;
-        GDALRasterBand* mask = band->GetMaskBand();
-        const bool known = std::any_of(maskBands_.begin(), maskBands_.end(),
-                                       [mask](const MaskBand& m) { return m.mask == mask; });
-        if (!mask || known) continue;
-        const bool fromValues = flags == GMF_NODATA && FloatHoldsExactly(band->GetRasterDataType());
-        maskBands_.push_back({mask, fromValues ? band : nullptr, entry});
+    for (const MaskBandChoice& c : ChooseMaskBands(rules_.maskBandsOf, bandIndices)) {
+        const bool fromValues = c.flags == GMF_NODATA && FloatHoldsExactly(c.band->GetRasterDataType());
+        maskBands_.push_back({c.mask, fromValues ? c.band : nullptr, c.entry});
     }
 }
 

@@ -1,24 +1,21 @@
-// The validity mask's rules from a run's options, and the working copy's mask.
+// The working copy's validity mask: the flags at the working copy's size.
 //
-//  1. Open: the mask bands are the input's own, unless its nodata values or
-//     dataset masks are to be taken otherwise; then they are those of an
-//     in-memory VRT of the input with the nodata values set or removed and,
-//     without dataset masks, neither mask band nor alpha band. The mask
-//     raster is opened and must have the input's size.
-//  2. WriteWorkingMask: the mask bands and the mask raster are read whole at
+//  1. The mask bands (ChooseMaskBands) and the mask raster are read whole at
 //     the working copy's size, as the working copy itself was, each into
 //     memory bounded however large (ReducedRead.h), and marked a strip at a
-//     time; the working copy is then read a strip at a time for non-finite
-//     values; the flags go to a Byte GeoTIFF a strip at a time.
-#include "RunValidity.h"
+//     time; a nodata mask of the input compares the working copy's values
+//     where they are the band's own.
+//  2. The working copy is read a strip at a time, and pixels where a chosen
+//     band holds NaN or an infinity are marked as the values are read.
+//  3. The flags go to a Byte GeoTIFF a strip at a time.
+#include "WorkingMask.h"
 
-#include "GdalSession.h"
+#include "MaskBands.h"
 #include "ReducedRead.h"
 
 #include <KalDataSource.h>
 
-#include <cpl_string.h>
-#include <gdal_utils.h>
+#include <gdal_priv.h>
 
 #include <algorithm>
 #include <memory>
@@ -27,45 +24,6 @@
 namespace isodata {
 
 namespace {
-
-// gdal_translate's arguments for the virtual copy: the input as it is,
-// without its dataset mask and alpha when they are not to count.
-CPLStringList VirtualCopyArguments(GDALDataset* input, bool datasetMasks) {
-    CPLStringList args;
-    args.AddString("-of");
-    args.AddString("VRT");
-    if (datasetMasks) return args;
-    args.AddString("-mask");
-    args.AddString("none");
-    for (int b = 1; b <= input->GetRasterCount(); ++b) {
-        if (input->GetRasterBand(b)->GetColorInterpretation() != GCI_AlphaBand) continue;
-        args.AddString(CPLSPrintf("-colorinterp_%d", b));
-        args.AddString("undefined");
-    }
-    return args;
-}
-
-GDALDatasetUniquePtr VirtualCopy(GDALDataset* input, const stIsodataRunOptions& options) {
-    CPLStringList args = VirtualCopyArguments(input, options.datasetMasks);
-    GDALTranslateOptions* translate = GDALTranslateOptionsNew(args.List(), nullptr);
-    if (!translate) return nullptr;
-    GDALDatasetUniquePtr copy(
-        GDALDataset::FromHandle(GDALTranslate("", GDALDataset::ToHandle(input), translate, nullptr)));
-    GDALTranslateOptionsFree(translate);
-    if (!copy) return nullptr;
-    for (int b = 1; b <= copy->GetRasterCount(); ++b) {
-        GDALRasterBand* band = copy->GetRasterBand(b);
-        if (options.nodata == IsodataNodata::Ignored) {
-            band->DeleteNoDataValue();
-        } else if (options.nodata == IsodataNodata::Given && !options.nodataValues.empty()) {
-            // One value for every band, or one a band with the last one for the rest.
-            const std::size_t i = std::min<std::size_t>(static_cast<std::size_t>(b - 1), options.nodataValues.size() - 1);
-            band->SetNoDataValue(options.nodataValues[i]);
-        }
-    }
-    return copy;
-}
-
 
 // Bytes of values handled per strip of the working copy's mask.
 constexpr std::size_t kStripBytes = std::size_t{8} << 20;
@@ -100,7 +58,7 @@ struct MaskBand {
 };
 
 struct MaskSources {
-    std::vector<MaskBand> bands;     // distinct, as ValidityReader picks them
+    std::vector<MaskBand> bands;     // distinct, as ChooseMaskBands picks them
     GDALRasterBand* raster = nullptr; // band 1 of the mask raster
 };
 
@@ -117,30 +75,21 @@ GDALDataType NoDataWorkType(GDALDataType type) {
     }
 }
 
-// The mask bands of the chosen bands that can exclude something, each once
-// (a per-dataset mask serves every band), and the mask raster's band 1.
+// The mask bands to read, as ChooseMaskBands picks them, and the mask
+// raster's band 1.
 MaskSources MaskSourcesOf(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices,
                           GDALDataset* input) {
     MaskSources sources;
-    if (rules.maskBandsOf) {
-        for (std::uint32_t index : bandIndices) {
-            if (index >= static_cast<std::uint32_t>(rules.maskBandsOf->GetRasterCount())) continue;
-            GDALRasterBand* band = rules.maskBandsOf->GetRasterBand(static_cast<int>(index) + 1);
-            const int flags = band->GetMaskFlags();
-            if (flags == GMF_ALL_VALID) continue;
-            GDALRasterBand* mask = band->GetMaskBand();
-            if (!mask || std::any_of(sources.bands.begin(), sources.bands.end(),
-                                     [mask](const MaskBand& m) { return m.mask == mask; }))
-                continue;
-            const bool nodata = flags == GMF_NODATA && dynamic_cast<GDALNoDataMaskBand*>(mask);
-            const bool derived = nodata && NoDataWorkType(band->GetRasterDataType()) != GDT_Unknown;
-            // GDAL's nodata mask of the input, read reduced, compares the values
-            // its band reads at that size: the working copy's own values, which
-            // floats hold exactly for these types.
-            const bool fromCopy = nodata && rules.maskBandsOf == input && FloatHoldsExactly(band->GetRasterDataType());
-            sources.bands.push_back({mask, derived || fromCopy ? band : nullptr,
-                                     fromCopy ? static_cast<int>(index) + 1 : 0});
-        }
+    for (const MaskBandChoice& c : ChooseMaskBands(rules.maskBandsOf, bandIndices)) {
+        const GDALDataType type = c.band->GetRasterDataType();
+        const bool nodata = c.flags == GMF_NODATA && dynamic_cast<GDALNoDataMaskBand*>(c.mask);
+        const bool derived = nodata && NoDataWorkType(type) != GDT_Unknown;
+        // GDAL's nodata mask of the input, read reduced, compares the values
+        // its band reads at that size: the working copy's own values, which
+        // floats hold exactly for these types.
+        const bool fromCopy = nodata && rules.maskBandsOf == input && FloatHoldsExactly(type);
+        sources.bands.push_back({c.mask, derived || fromCopy ? c.band : nullptr,
+                                 fromCopy ? static_cast<int>(bandIndices[c.entry]) + 1 : 0});
     }
     if (rules.maskRaster && rules.maskRaster->GetRasterCount() >= 1) sources.raster = rules.maskRaster->GetRasterBand(1);
     return sources;
@@ -267,56 +216,11 @@ std::int64_t WriteFlags(ReducedBuffer& why, const ReducedGrid& grid, const QStri
     return written ? valid : -1;
 }
 
-bool AnyFloatingBand(GDALDataset* ds, const std::vector<std::int32_t>& bandIndices) {
-    for (std::int32_t index : bandIndices)
-        if (index >= 0 && index < ds->GetRasterCount() &&
-            GDALDataTypeIsFloating(ds->GetRasterBand(index + 1)->GetRasterDataType()))
-            return true;
-    return false;
-}
-
-bool AllValid(GDALDataset* ds, const std::vector<std::int32_t>& bandIndices) {
-    for (std::int32_t index : bandIndices)
-        if (index >= 0 && index < ds->GetRasterCount() && ds->GetRasterBand(index + 1)->GetMaskFlags() != GMF_ALL_VALID)
-            return false;
-    return true;
-}
-
 } // namespace
-
-bool RunValidity::Open(GDALDataset* input, const stIsodataRunOptions& options,
-                       const std::vector<std::int32_t>& bandIndices) {
-    rules_ = ValidityRules();
-    if (!options.validityMask || !input) return true;
-    // Only a floating-point band can hold NaN or an infinity as a float: the
-    // other types convert to finite floats, so for them the rule is idle.
-    rules_.nonFinite = options.excludeNonFinite && AnyFloatingBand(input, bandIndices);
-    const bool asDeclared = options.nodata == IsodataNodata::Declared && options.datasetMasks;
-    if (asDeclared) {
-        rules_.maskBandsOf = input;
-    } else {
-        virtualCopy_ = VirtualCopy(input, options);
-        if (!virtualCopy_) return false;
-        rules_.maskBandsOf = virtualCopy_.get();
-    }
-    // Mask bands that are all valid exclude nothing.
-    if (AllValid(rules_.maskBandsOf, bandIndices)) rules_.maskBandsOf = nullptr;
-    if (!options.maskRasterPath.isEmpty()) {
-        const QByteArray path = options.maskRasterPath.toUtf8();
-        maskRaster_.reset(GDALDataset::Open(path.constData(), GDAL_OF_RASTER | GDAL_OF_READONLY));
-        if (!maskRaster_ || maskRaster_->GetRasterCount() < 1 ||
-            maskRaster_->GetRasterXSize() != input->GetRasterXSize() ||
-            maskRaster_->GetRasterYSize() != input->GetRasterYSize())
-            return false;
-        rules_.maskRaster = maskRaster_.get();
-    }
-    return true;
-}
 
 std::int64_t WriteWorkingMask(const ValidityRules& rules, GDALDataset* input, GDALDataset* working,
                               const std::vector<std::uint32_t>& bandIndices, const QString& path,
                               std::size_t heapBytes) {
-
     const ReducedGrid grid{working->GetRasterXSize(), working->GetRasterYSize(),
                            FolderOf(working->GetDescription()), heapBytes};
     ReducedBuffer why(grid.Pixels(), grid.folder, heapBytes);
