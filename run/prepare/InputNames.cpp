@@ -107,10 +107,11 @@ void AnchorSources(CPLXMLNode* first, const std::string& vrtFolder) {
 std::optional<SubdatasetName> SplitSubdatasetName(const std::string& name) { return Split(name, std::string()); }
 
 std::string Anchored(const std::string& name, const std::string& base) {
-    if (name.empty() || name.find("://") != std::string::npos) return name;
+    if (name.empty()) return name;
     if (IsVirtualPath(name)) return AnchoredVirtual(name, base);
+    // Before the URL test: HDF5:"x.h5"://sst holds "://" too.
     if (const auto sub = Split(name, base)) return sub->With(Anchored(sub->file, base));
-    if (fs::path(name).is_absolute()) return name;
+    if (name.find("://") != std::string::npos || fs::path(name).is_absolute()) return name;
     return fs::absolute(Within(base, name)).lexically_normal().string();
 }
 
