@@ -59,6 +59,8 @@ TEST_F(InputNamesTest, SplitsSubdatasetNamesAndAnchorsEveryKindOfName) {
         {"/vsizip/a.zip/in/x.tif", {}, "/vsizip/@/a.zip/in/x.tif"},
         {"/vsizip//data/a.zip/x.tif", {}, "/vsizip//data/a.zip/x.tif"},
         {"/vsicurl/https://host/x.tif", {}, "/vsicurl/https://host/x.tif"},
+        {"/vsis3/bucket/x.tif", {}, "/vsis3/bucket/x.tif"},
+        {"/vsimem/x.tif", {}, "/vsimem/x.tif"},
         {"/vsigzip/x.tif.gz", {}, "/vsigzip/@/x.tif.gz"},
         {"/vsitar/a.tar/x.tif", {}, "/vsitar/@/a.tar/x.tif"},
         {"WMS:http://host/wms?x=1", {}, "WMS:http://host/wms?x=1"},
