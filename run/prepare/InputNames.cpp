@@ -17,6 +17,7 @@
 #include <cpl_string.h>
 #include <gdal_priv.h>
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 
@@ -63,10 +64,15 @@ std::optional<SubdatasetName> Split(const std::string& name, const std::string& 
     return std::nullopt;
 }
 
-// The archive inside /vsizip/scene.zip/a.tif and the like.
+// The archive inside /vsizip/scene.zip/a.tif and the like. Only archive
+// handlers go on with a file of this system: /vsis3/bucket/a.tif or
+// /vsimem/a.tif name none, and stay as they are.
 std::string AnchoredVirtual(const std::string& name, const std::string& base) {
     const size_t slash = name.find('/', 1);
     if (slash == std::string::npos || slash + 1 >= name.size() || name[slash + 1] == '/') return name;
+    const std::string handler = name.substr(0, slash + 1);
+    const char* const archives[] = {"/vsizip/", "/vsigzip/", "/vsitar/", "/vsi7z/", "/vsirar/"};
+    if (std::find(std::begin(archives), std::end(archives), handler) == std::end(archives)) return name;
     const std::string inner = name.substr(slash + 1);
     return name.substr(0, slash + 1) + Anchored(inner, base);
 }
@@ -107,10 +113,11 @@ void AnchorSources(CPLXMLNode* first, const std::string& vrtFolder) {
 std::optional<SubdatasetName> SplitSubdatasetName(const std::string& name) { return Split(name, std::string()); }
 
 std::string Anchored(const std::string& name, const std::string& base) {
-    if (name.empty() || name.find("://") != std::string::npos) return name;
+    if (name.empty()) return name;
     if (IsVirtualPath(name)) return AnchoredVirtual(name, base);
+    // Before the URL test: HDF5:"x.h5"://sst holds "://" too.
     if (const auto sub = Split(name, base)) return sub->With(Anchored(sub->file, base));
-    if (fs::path(name).is_absolute()) return name;
+    if (name.find("://") != std::string::npos || fs::path(name).is_absolute()) return name;
     return fs::absolute(Within(base, name)).lexically_normal().string();
 }
 

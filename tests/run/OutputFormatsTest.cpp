@@ -1,6 +1,8 @@
 // Which formats hold the class raster exactly, beyond the refusals the
-// command's tests show, and the read-back comparison: a copy that differs in
-// one pixel, colour or name is told apart and the difference named.
+// command's tests show, the creation options a conversion uses, and the
+// read-back comparison: a copy that differs in one pixel, colour or name is
+// told apart and the difference named.
+#include "Convert.h"
 #include "FormatJudgement.h"
 
 #include "support/TestSupport.h"
@@ -32,6 +34,25 @@ TEST(OutputFormatsTest, LossyOrUnwritableSettingsAreNamedAndLosslessOnesPass) {
         const std::string why = WhyNotExact(c.format, c.options);
         EXPECT_EQ(why.substr(0, std::string(c.says).size()), c.says) << c.format;
         EXPECT_EQ(why.empty(), !*c.says) << c.format << ": " << why;
+    }
+}
+
+TEST(OutputFormatsTest, ConversionTakesLosslessDefaultsUnderThePersonsOwnOptions) {
+    using Options = std::vector<std::string>;
+    const struct { const char* format; Options given, used; bool converted; } cases[] = {
+        {"GTiff", {}, {"COMPRESS=DEFLATE"}, true},
+        {"gtiff", {"TILED=YES"}, {"COMPRESS=DEFLATE", "TILED=YES"}, true},
+        {"GTiff", {"compress=LZW", "TILED=YES"}, {"compress=LZW", "TILED=YES"}, true},
+        {"COG", {}, {"COMPRESS=DEFLATE", "OVERVIEW_COMPRESS=DEFLATE", "RESAMPLING=NEAREST"}, true},
+        {"COG", {"RESAMPLING=MODE"}, {"COMPRESS=DEFLATE", "OVERVIEW_COMPRESS=DEFLATE", "RESAMPLING=MODE"}, true},
+        {"PNG", {"ZLEVEL=9"}, {"ZLEVEL=9"}, true},
+        {"ENVI", {}, {}, false},
+        {"envi", {}, {}, false},
+        {"Envi", {"INTERLEAVE=BIL"}, {"INTERLEAVE=BIL"}, true},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(CreationOptionsFor(c.format, c.given), c.used) << c.format;
+        EXPECT_EQ(NeedsConversion(c.format, c.given), c.converted) << c.format;
     }
 }
 

@@ -1,0 +1,151 @@
+// The room a run folder needs, part by part in bytes worked out by hand,
+// the refusal when it is not there, and the same refusal from Prepare on a
+// small tmpfs that holds the run only with the working copy in memory.
+#include "Checks.h"
+
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+using namespace isodata_run;
+
+namespace {
+
+struct Sized {
+    const char* name;
+    int width, height, bands;
+    const char* driver;
+    std::vector<std::string> openOptions;
+    std::int64_t memoryBytes;
+    bool mask, apply;
+    const char* format;
+    std::vector<std::string> creationOptions;
+    bool preview;
+    // workingCopy, workingMask, scratch, readScratch, result, conversion, preview, needed
+    std::vector<std::int64_t> parts;
+};
+
+// Scratch slack: 512 files of a 4096-byte block, 2097152; side files 65536;
+// a preview 1048576.
+const Sized kSized[] = {
+    // Not reduced: 4800 pixels, 3 floats each; a GeoTIFF read directly.
+    {"Small", 80, 60, 3, "GTiff", {}, 0, false, false, "ENVI", {}, false,
+     {57600, 0, 19200 + 2097152, 0, 4800 + 65536, 0, 0, 2244288}},
+    // Halved to 200 x 150 = 30000 pixels: 360000 bytes fit in 1 MiB; a
+    // netCDF input is read through one band of floats.
+    {"HalvedInMemory", 400, 300, 3, "netCDF", {}, 1 << 20, true, false, "GTiff", {}, true,
+     {0, 30000, 120000 + 2097152, 120000, 120000 + 65536, 185536, 1048576, 3786800}},
+    // 101 x 5001 halved, rounded half up: 51 x 2501 = 127551 pixels, 1020408
+    // bytes, one more than the budget; open options send the GeoTIFF
+    // through the band-by-band read.
+    {"OneByteOverBudget", 101, 5001, 2, "GTiff", {"NUM_THREADS=2"}, 1020407, false, false, "ENVI", {}, false,
+     {1020408, 0, 510204 + 2097152, 510204, 505101 + 65536, 0, 0, 4708605}},
+    {"AtTheBudget", 101, 5001, 2, "GTiff", {"NUM_THREADS=2"}, 1020408, false, false, "ENVI", {}, false,
+     {0, 0, 510204 + 2097152, 510204, 505101 + 65536, 0, 0, 3688197}},
+    // A model labels the input directly; ENVI with options is converted.
+    {"ApplyingAModel", 400, 300, 3, "GTiff", {}, 0, true, true, "ENVI", {"INTERLEAVE=BIL"}, false,
+     {0, 0, 0, 0, 185536, 185536, 0, 371072}},
+};
+
+class SpaceTest : public ::testing::TestWithParam<Sized> {};
+
+TEST_P(SpaceTest, CountsEveryPartTheRunWrites) {
+    const Sized& c = GetParam();
+    testsupport::TempDir dir;
+    RunRequest request;
+    request.input = {dir.File("in"), {dir.File("in")}, c.openOptions, c.driver, c.width, c.height, c.bands};
+    request.output.format = c.format;
+    request.output.creationOptions = c.creationOptions;
+    request.output.previewPath = c.preview ? dir.File("p.png") : "";
+    request.memoryBytes = c.memoryBytes;
+    request.mask.on = c.mask;
+    if (c.apply) request.model.applyCentres = {{1, 2, 3}};
+    request.runFolderPlace = dir.Path();
+    const SpaceEstimate s = EstimateSpace(request);
+    EXPECT_EQ((std::vector<std::int64_t>{s.workingCopy, s.workingMask, s.scratch, s.readScratch, s.result, s.conversion,
+                                         s.preview, s.needed}),
+              c.parts);
+    EXPECT_EQ(s.folder, dir.Path());
+    EXPECT_GT(s.free, 0);
+    request.runFolderPlace = dir.File("missing");
+    EXPECT_EQ(EstimateSpace(request).free, -1);
+    EXPECT_TRUE(EstimateSpace(request).Enough());
+}
+
+INSTANTIATE_TEST_SUITE_P(Space, SpaceTest, ::testing::ValuesIn(kSized),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(SpaceRefusalTest, OffersAnotherFolderAndMemoryWhereTheCopyWouldFitThere) {
+    const struct { std::int64_t needed, workingCopy, free; const char* says; std::vector<Remedy> remedies; } cases[] = {
+        {3000000, 2500000, 1000000, "the run needs 3.0 MB in '/x', 1.0 MB free there",
+         {{AskField::TmpDir, "to work on another file system"},
+          {AskField::Memory, "of 3 MB or more, to keep the working copy in memory"}}},
+        {3000000, 2500000, 499999, "the run needs 3.0 MB in '/x', 500 kB free there",
+         {{AskField::TmpDir, "to work on another file system"}}},
+        {41000000000, 0, 999, "the run needs 41 GB in '/x', 999 bytes free there",
+         {{AskField::TmpDir, "to work on another file system"}}},
+    };
+    for (const auto& c : cases) {
+        SpaceEstimate s;
+        s.folder = "/x", s.needed = c.needed, s.workingCopy = c.workingCopy, s.free = c.free;
+        const Refusal r = SpaceRefusal(s);
+        EXPECT_EQ(r.field, AskField::None);
+        EXPECT_EQ(r.problem, c.says);
+        ASSERT_EQ(r.remedies.size(), c.remedies.size()) << c.says;
+        for (size_t i = 0; i < r.remedies.size(); ++i)
+            EXPECT_EQ(std::pair(r.remedies[i].field, r.remedies[i].how), std::pair(c.remedies[i].field, c.remedies[i].how));
+    }
+}
+
+// A tmpfs of 2560 KiB, unmounted at the end.
+class SmallFileSystem {
+public:
+    explicit SmallFileSystem(const std::string& folder) : folder_(folder) {
+        mkdir(folder.c_str(), 0700);
+        mounted_ = mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=2560k") == 0;
+        error_ = mounted_ ? "" : std::strerror(errno);
+    }
+    ~SmallFileSystem() {
+        if (mounted_) umount2(folder_.c_str(), MNT_DETACH);
+    }
+    bool Mounted() const { return mounted_; }
+    const std::string& Error() const { return error_; }
+
+private:
+    std::string folder_, error_;
+    bool mounted_ = false;
+};
+
+TEST(SpaceRefusalTest, PrepareRefusesAFullFileSystemUnlessTheCopyStaysInMemory) {
+    testsupport::TempDir dir;
+    SmallFileSystem small(dir.File("small"));
+    if (!small.Mounted())
+        GTEST_SKIP() << "needs to mount a tmpfs (root in a mount namespace): " << small.Error();
+    // 400 x 300 x 3 halves to 30000 pixels: a copy of 360000 bytes, a mask
+    // of 30000, scratch 2217152 and the class raster 185536: 2792688 bytes
+    // in all, 2432688 without the copy, on 2621440 free.
+    testsupport::WriteRaster(dir.File("in.tif"), {400, 300, GDT_Byte, testsupport::BandValues(3, std::vector<double>(120000))});
+    RunAsk ask;
+    ask.input = dir.File("in.tif"), ask.output = dir.File("out.img"), ask.format = "ENVI", ask.tmpDir = dir.File("small");
+    ask.memoryMB = 0;
+    const Prepared onDisk = Prepare(ask);
+    ASSERT_TRUE(onDisk.refusal);
+    EXPECT_EQ(onDisk.refusal->problem, "the run needs 2.8 MB in '" + dir.File("small") + "', 2.6 MB free there");
+    ASSERT_EQ(onDisk.refusal->remedies.size(), 2u);
+    EXPECT_EQ(onDisk.refusal->remedies[1].how, "of 1 MB or more, to keep the working copy in memory");
+    EXPECT_EQ(onDisk.space.needed, 2792688);
+    EXPECT_EQ(onDisk.space.free, 2621440);
+    ask.memoryMB = 1;
+    const Prepared inMemory = Prepare(ask);
+    EXPECT_FALSE(inMemory.refusal) << inMemory.refusal->problem;
+    EXPECT_EQ(inMemory.space.needed, 2432688);
+}
+
+} // namespace
