@@ -12,6 +12,8 @@
 
 #include "Lanes.h"
 
+#include <IsodataRun.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -25,7 +27,6 @@ namespace isodata {
 namespace {
 
 constexpr double kBackgroundSum = 1e-8;
-constexpr float kDistanceCeiling = 1e7f;
 // Vectors per tile: independent chains of additions for the CPU to overlap.
 constexpr std::size_t kVectors = 2;
 // What a tile writes for a background pixel; LabelRow makes it 0.
@@ -47,7 +48,7 @@ ISODATA_ALWAYS_INLINE void LabelTile(const float* const* rows, std::size_t x0, c
     Floats best[kVectors];
     Ints label[kVectors];
     for (std::size_t v = 0; v < kVectors; ++v) {
-        best[v] = lanes::Broadcast<Lanes>(kDistanceCeiling);
+        best[v] = lanes::Broadcast<Lanes>(kLabellingReach);
         label[v] = Ints{};
     }
     const float* centre = centers.values.data();

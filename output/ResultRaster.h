@@ -36,7 +36,7 @@ LabelCenters ToLabelCenters(const std::vector<std::vector<V>>& centres, std::siz
 }
 
 // Class number 0..K of the pixel whose B band values are given: 0 when the
-// values sum to zero (background) or when no centre is nearer than 1e7 in
+// values sum to zero (background) or when no centre is nearer than kLabellingReach in
 // single-precision city-block distance; ties go to the lower class.
 std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers);
 

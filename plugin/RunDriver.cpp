@@ -107,7 +107,7 @@ RunResult RunEngine(KalAlgo::IKalAlgo& algorithm, const EngineInputs& files, int
 bool CreateClassRaster(const EngineInputs& files) {
     auto result = DatasetFactory::Instance()->CreateRasterDataset(
         files.record.resultPath, files.input->GetRasterXSize(), files.input->GetRasterYSize(), 1,
-        KalDataSource::PDT_Byte, QStringLiteral("ENVI"));
+        KalDataSource::PDT_Byte, QString::fromLatin1(kResultFormat));
     if (!result) return false;
     CopyGeoreferencing(files.input, result);
     return true;

@@ -105,9 +105,9 @@ Notice EmptyResult(const RunReport& report) {
                 {{AskField::SrcNodata, "other than None, to leave them out"}}};
     if (report.beyondReach > 0)
         return {why + " (every centre lies " + LabellingReachText() +
-                " or more from the pixels: values too large for the labelling; rescale the input)"};
-    if (report.background > 0) return {why + " (the band values of every pixel sum to zero)"};
-    return {why};
+                " or more from the pixels: values too large for the labelling; rescale the input)", {}};
+    if (report.background > 0) return {why + " (the band values of every pixel sum to zero)", {}};
+    return {why, {}};
 }
 
 Notice NothingValid(const RunRequest& request) {
@@ -122,7 +122,8 @@ std::vector<Notice> Warnings(const RunReport& report) {
         warnings.push_back({std::to_string(report.beyondReach) +
                             " valid pixels are left unclassified because every class centre lies " +
                             LabellingReachText() + " or more from them: values too large for the labelling; "
-                            "rescale the input"});
+                            "rescale the input",
+                            {}});
     if (report.nonFinite > 0)
         warnings.push_back({std::to_string(report.nonFinite) +
                                 " pixels holding NaN or infinite values are left unclassified, and took part in "

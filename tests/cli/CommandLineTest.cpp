@@ -91,6 +91,8 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"BandTheInputLacks", "-b 3 scene.tif new", "", 1, "-b 3: input 'scene.tif' has only 2 bands"},
         Refusal{"BandZero", "-b 0 scene.tif new", "", 1, "-b 0 is not a band"},
         Refusal{"ZeroIterations", "-iter 0 scene.tif new", "", 1, "-iter 0 is out of range"},
+        Refusal{"ClusteringWithAModel", "-apply m.json -classes 5 scene.tif new", "", 1,
+                "-classes cannot go with -apply: the model's classes are applied as they are"},
         Refusal{"ClassesBeyondAByte", "-classes 256 scene.tif new", "", 1,
                 "-classes 256 is out of range: between 1 and 255 classes fit a Byte class raster"},
         Refusal{"FormatGdalLacks", "-of Nonesuch scene.tif new", "", 1,
@@ -119,6 +121,21 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"PluginMissing", "--plugin libnone.so -overwrite scene.tif out", "", 2,
                 "cannot load the plug-in 'libnone.so'"}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// A script that asked for JSON gets its failure as JSON too, refusal or failed run.
+TEST_F(CommandLineTest, JsonFailuresAreAnObjectOnStdout) {
+    const struct { const char* commandLine; const char* fakeMode; const char* error; int exit; } cases[] = {
+        {"-json absent.tif new", "succeed", "input 'absent.tif' does not exist", 1},
+        {"-json -overwrite scene.tif out", "fail", "classification failed", 2}};
+    for (const auto& c : cases) {
+        const ProcessResult r = Isodata(c.commandLine, c.fakeMode);
+        EXPECT_EQ(r.exitCode, c.exit) << r.err;
+        // The stand-in plug-in prints its record on stdout before.
+        const std::string object = r.out.substr(std::min(r.out.find("{\n"), r.out.size()));
+        const QJsonObject json = QJsonDocument::fromJson(QByteArray::fromStdString(object)).object();
+        EXPECT_EQ(json, (QJsonObject{{"error", c.error}, {"exit", c.exit}})) << r.out;
+    }
+}
 
 // The stand-in's raster has 5, 2 and 4 pixels of classes 1 to 3 and one unclassified.
 TEST_F(CommandLineTest, SummarisesTheResultAndOverwriteLeavesNothingOfTheOld) {

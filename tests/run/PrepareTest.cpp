@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <functional>
@@ -63,6 +64,22 @@ struct Refused {
 
 void Write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
 
+// A model of one class for in.tif's three Byte bands, with band 1 described
+// as given, made on a raster of bandCount bands, its centre starting at first.
+std::string ModelFor(const std::string& dir, int bandCount, const char* description, const char* first) {
+    const std::string path = dir + "/model.json";
+    Write(path, std::string(R"({"format":"isodata-model","version":1,"input":{"band_count":)") +
+                    std::to_string(bandCount) + R"(,"bands":[{"band":1,"description":")" + description +
+                    R"(","data_type":"Byte"},{"band":2,"data_type":"Byte"},{"band":3,"data_type":"Byte"}]},)"
+                    R"("mask":{"nodata":"declared"},"classes":[{"value":1,"centre":[)" + first + R"(,2,3]}]})");
+    return path;
+}
+
+void Describe(const std::string& raster, int band, const char* description) {
+    const GDALDatasetUniquePtr ds(GDALDataset::Open(raster.c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));
+    ds->GetRasterBand(band)->SetDescription(description);
+}
+
 const Refused kRefused[] = {
     {"InputMissing", [](RunAsk& a, auto& d) { a.input = d + "/nope.tif"; }, AskField::Input, "'@/nope.tif' does not exist"},
     {"InputIsAFifo", [](RunAsk& a, auto& d) { a.input = d + "/fifo"; ASSERT_EQ(mkfifo(a.input.c_str(), 0600), 0); },
@@ -102,6 +119,8 @@ const Refused kRefused[] = {
      "cannot go with a model to apply"},
     {"NodataTooMany", [](RunAsk& a, auto&) { a.srcNodata = "0,1 2 3"; }, AskField::SrcNodata,
      "'0,1 2 3' gives 4 values: give one, or one for each of the input's 3 bands"},
+    {"NodataTwoForThreeBands", [](RunAsk& a, auto&) { a.srcNodata = "0 1"; }, AskField::SrcNodata,
+     "'0 1' gives 2 values: give one, or one for each of the input's 3 bands"},
     {"NodataNotANumber", [](RunAsk& a, auto&) { a.srcNodata = "0 zero"; }, AskField::SrcNodata,
      "expects a number, several in quotes, or None, got '0 zero'"},
     {"MaskMissing", [](RunAsk& a, auto& d) { a.mask = d + "/nomask.tif"; }, AskField::Mask,
@@ -120,6 +139,30 @@ const Refused kRefused[] = {
      AskField::ModelOut, "'@/q.png' is the preview's name too"},
     {"TmpDirIsAFile", [](RunAsk& a, auto& d) { a.tmpDir = d + "/mask.tif"; }, AskField::TmpDir,
      "'@/mask.tif' is not a folder"},
+    {"OutputIsTheMaskRaster",
+     [](RunAsk& a, auto& d) { a.mask = a.output = d + "/mask.tif", a.format = "GTiff", a.overwrite = true; },
+     AskField::Output, "'@/mask.tif' is the mask raster itself"},
+    {"OutputIsTheModel",
+     [](RunAsk& a, auto& d) { a.apply = a.output = ModelFor(d, 3, "", "1"), a.format = "GTiff", a.overwrite = true; },
+     AskField::Output, "'@/model.json' is the model to apply"},
+    {"ModelOfAnotherBandCount", [](RunAsk& a, auto& d) { a.apply = ModelFor(d, 6, "", "1"); }, AskField::Apply,
+     "'@/model.json' was made on a raster of 6 bands, the input has 3"},
+    {"ModelOfBandsInAnotherOrder",
+     [](RunAsk& a, auto& d) { a.apply = ModelFor(d, 3, "Red", "1"), Describe(a.input, 1, "NIR"); }, AskField::Apply,
+     "'@/model.json': band 1 of the input is 'NIR', the model's band 1 was 'Red' (bands in another order?)"},
+    {"ModelCentreBeyondItsType", [](RunAsk& a, auto& d) { a.apply = ModelFor(d, 3, "", "1e300"); }, AskField::Apply,
+     "'@/model.json': the centre of class 1 lies outside the values of Byte"},
+    {"RawInputShorterThanItsHeader",
+     [](RunAsk& a, auto& d) {
+         const GDALDatasetUniquePtr in(GDALDataset::Open((d + "/in.tif").c_str(), GDAL_OF_RASTER));
+         a.input = d + "/raw.img";
+         GDALDatasetUniquePtr(GetGDALDriverManager()->GetDriverByName("ENVI")
+                                  ->CreateCopy(a.input.c_str(), in.get(), FALSE, nullptr, nullptr, nullptr));
+         ASSERT_EQ(truncate(a.input.c_str(), 30), 0);
+     },
+     AskField::Input, "'@/raw.img' is shorter than its header says: '@/raw.img' lacks 6 of its 36 bytes"},
+    {"MemoryBeyondTheMachine", [](RunAsk& a, auto&) { a.memoryMB = 1 << 30; }, AskField::Memory,
+     "1073741824 is more than this machine's "},
     {"NegativeThreads", [](RunAsk& a, auto&) { a.threads = -1; }, AskField::Threads, "cannot be negative"},
     {"NegativeMemory", [](RunAsk& a, auto&) { a.memoryMB = -2; }, AskField::Memory,
      "cannot be negative (0 keeps the working copy on disk)"},
@@ -179,6 +222,8 @@ const Accepted kAccepted[] = {
     {"GivenNodata", {2}, 1, 5, "", "0 0 255", "", {1}, 1, 5 << 20, "@", Nodata::Given, {0, 0, 255}, true, true, true, ""},
     {"MaskRaster", {}, 2, 1024, "", "none", "@/mask.tif", {0, 1, 2}, 2, std::int64_t{1} << 30, "@", Nodata::Ignored,
      {}, false, true, true, "@/mask.tif"},
+    {"MaskByDatasetName", {}, 1, 0, "", "", "GTIFF_DIR:1:@/mask.tif", {0, 1, 2}, 1, 0, "@", Nodata::Declared, {},
+     true, true, true, "GTIFF_DIR:1:@/mask.tif"},
 };
 
 class PrepareAcceptTest : public PrepareFixture, public ::testing::TestWithParam<Accepted> {};

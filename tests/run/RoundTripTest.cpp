@@ -37,7 +37,7 @@ TEST(ModelFileTest, CentresReadBackToTheBit) {
     m.width = 7, m.height = 5, m.bandCount = 4;
     m.bands = {{1, "Blue", "Byte"}, {4, "", "UInt16"}};
     m.enginePixelType = "Float32";
-    m.mask = {true, MaskSettings::Nodata::Given, {0, 65535}, false, false, "/data/mask.tif"};
+    m.mask = {true, MaskSettings::Nodata::Given, {0, 65535}, false, false, "/data/mask.tif", {}};
     m.pixelArea = 900;
     m.classes = {{1, "class 1", true, 255, 0, 128, {0.1, 1.0 / 3}, 5000000000, {}, {}},
                  {2, "", false, 0, 0, 0, {1e-300, -0.0}, 0, {}, {}},
@@ -74,14 +74,26 @@ TEST(ModelFileTest, AFileThatIsNoModelIsRefusedByName) {
         {false, R"({"format":"isodata-classes","version":1})", "is not an isodata model file"},
         {false, R"({"format":"isodata-model","version":2})",
          "is of format version 2, which this isodata does not know (it reads version 1)"},
-        {false, R"({"format":"isodata-model"})", "is of format version -1"},
+        {false, R"({"format":"isodata-model"})", "has a \"version\" that is not a number"},
+        {false, R"({"format":"isodata-model","version":"1"})", "has a \"version\" that is not a number"},
         {true, R"("mask":{"nodata":"all"}})", "has no valid \"mask\" rule"},
         {true, R"("mask":{"nodata":"declared"},"classes":[{"value":1,"centre":[1,2]}]})",
          "has a class 1 whose centre is not one number per band"},
         {true, R"("mask":{"nodata":"declared"},"classes":[{"value":1,"centre":[1],"centre_hex":["0x1p+0z"]}]})",
-         "has a class 1 whose centre is not one number per band"},
+         "has a class 1 whose centre has a hexadecimal form that is not its number"},
+        {true, R"("mask":{"nodata":"declared"},"classes":[{"value":1,"centre":[1],"centre_hex":["0x1p+1"]}]})",
+         "has a class 1 whose centre has a hexadecimal form that is not its number"},
+        {true, R"("mask":{"nodata":"declared"},"classes":[{"value":1,"centre":["5"]}]})",
+         "has a class 1 whose centre holds something other than a number"},
+        {true, R"("mask":{"nodata":"declared"},"classes":[{"value":1,"centre":[null],"centre_hex":["nan"]}]})",
+         "has a class 1 whose centre holds something other than a number"},
+        {true, R"("mask":{"nodata":"declared"},"classes":[{"value":1,"centre":[1],"colour":[0,300,0]}]})",
+         "has a class 1 whose colour is not three numbers from 0 to 255"},
         {true, R"("mask":{"nodata":"declared"},"classes":[]})", "names no bands or no classes"},
     };
+    std::string many = head + R"("mask":{"nodata":"declared"},"classes":[)";
+    for (int k = 1; k <= 256; ++k) many += (k > 1 ? "," : "") + std::string(R"({"value":)") + std::to_string(k) + R"(,"centre":[1]})";
+    const std::string tooMany = many + "]}";
     for (const auto& c : cases) {
         const std::string path = dir.File("model.json");
         std::remove(path.c_str());
@@ -92,6 +104,11 @@ TEST(ModelFileTest, AFileThatIsNoModelIsRefusedByName) {
         const std::string named = "model '" + path + "' " + c.says;
         EXPECT_EQ(error.substr(0, named.size()), named);
     }
+    std::ofstream(dir.File("many.json")) << tooMany;
+    Model m;
+    std::string error;
+    EXPECT_FALSE(ReadModel(dir.File("many.json"), m, error));
+    EXPECT_NE(error.find("has 256 classes; a class raster holds at most 255"), std::string::npos) << error;
 }
 
 TEST(ReportJsonTest, EveryFieldCrossesAndNaNStaysNaN) {

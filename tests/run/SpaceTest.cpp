@@ -83,19 +83,30 @@ INSTANTIATE_TEST_SUITE_P(Space, SpaceTest, ::testing::ValuesIn(kSized),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST(SpaceRefusalTest, OffersAnotherFolderAndMemoryWhereTheCopyWouldFitThere) {
-    const struct { std::int64_t needed, workingCopy, free; const char* says; std::vector<Remedy> remedies; } cases[] = {
-        {3000000, 2500000, 1000000, "the run needs 3.0 MB in '/x', 1.0 MB free there",
+    const struct {
+        std::int64_t needed, workingCopy, free;
+        bool inTmpDir;
+        const char* says;
+        std::vector<Remedy> remedies;
+    } cases[] = {
+        {3000000, 2500000, 1000000, false, "the run needs 3.0 MB in '/x', 1.0 MB free there",
          {{AskField::TmpDir, "to work on another file system"},
           {AskField::Memory, "of 3 MB or more, to keep the working copy in memory"}}},
-        {3000000, 2500000, 499999, "the run needs 3.0 MB in '/x', 500 kB free there",
+        {3000000, 2500000, 499999, false, "the run needs 3.0 MB in '/x', 500 kB free there",
          {{AskField::TmpDir, "to work on another file system"}}},
-        {41000000000, 0, 999, "the run needs 41 GB in '/x', 999 bytes free there",
+        {41000000000, 0, 999, false, "the run needs 41 GB in '/x', 999 bytes free there",
          {{AskField::TmpDir, "to work on another file system"}}},
+        // A folder asked for already: another one is the advice, not the option itself.
+        {3000000, 0, 999, true, "the run needs 3.0 MB in '/x', 999 bytes free there",
+         {{AskField::TmpDir, "with a folder on a file system that has the room"}}},
+        // A copy no machine of today holds in memory is never advised there.
+        {std::int64_t{1} << 60, (std::int64_t{1} << 60) - 1000, 2000, false,
+         "the run needs 1.2 EB in '/x', 2.0 kB free there", {{AskField::TmpDir, "to work on another file system"}}},
     };
     for (const auto& c : cases) {
         SpaceEstimate s;
         s.folder = "/x", s.needed = c.needed, s.workingCopy = c.workingCopy, s.free = c.free;
-        const Refusal r = SpaceRefusal(s);
+        const Refusal r = SpaceRefusal(s, c.inTmpDir);
         EXPECT_EQ(r.field, AskField::None);
         EXPECT_EQ(r.problem, c.says);
         ASSERT_EQ(r.remedies.size(), c.remedies.size()) << c.says;
