@@ -136,6 +136,13 @@ std::vector<OptionRow> Rows() {
                   "labelling as the run that wrote it, in one pass. The bands and the nodata and mask rule "
                   "come from the model (-srcnodata and -mask still override the rule).")
             .Json("apply").Ask(F::Apply),
+        Row({"-plain"}, &O::plain).Json("plain").Ask(F::Plain).Qgis("PLAIN", "Plain run (zero sums are background, overviews used)")
+            .Help("The plug-in's plain run, exactly: pixels whose band values sum to zero stay unclassified "
+                  "(background), so do pixels " + isodata_run::LabellingReachText() +
+                  " or further from every centre, the working copy is read from "
+                  "overviews where GDAL would, and nodata, NaN and masks are not looked at (as -srcnodata None "
+                  "-mask none). By default every valid pixel is classified and the working copy comes from the "
+                  "full-resolution pixels, so overviews never change the classes."),
         Row({"-threads"}, &O::threads, "<n>|ALL_CPUS").NewUsageLine().Default(0.0).Word("ALL_CPUS", 0)
             .ByDefault("ALL_CPUS").Expects("a count or ALL_CPUS")
             .Range(1, 1024, "from 1 thread to 1024, or ALL_CPUS")

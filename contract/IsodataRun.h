@@ -50,6 +50,17 @@ struct ISODATA_RECORD_API stIsodataRunOptions {
     // its pixels at full size, gathered while labelling.
     bool classStatistics = false;
 
+    // The plain run's own rules: the labelling leaves a pixel whose chosen
+    // band values sum to zero unclassified (background) and looks for a
+    // centre no further than kLabellingReach, and the reduced working copy
+    // is read from the input's overviews where GDAL's reduced read would
+    // use them. Off: every pixel is labelled with its nearest centre (the
+    // search starts from +infinity, as the classification passes' does),
+    // and the working copy is read from the full-resolution pixels, as GDAL
+    // reads a dataset opened with OVERVIEW_LEVEL=NONE. Arithmetic and ties
+    // are the plain run's either way.
+    bool plainRules = true;
+
     // Threads the passes share their pixels out to, the calling thread
     // included; the result and the progress reports are the same for every
     // count (reports come from the calling thread only).

@@ -5,7 +5,8 @@
 //     in registers while every centre and band passes over them.
 //  2. Per pixel: the distance to each centre summed band by band; a strictly
 //     smaller distance takes the class; then the band values are summed to
-//     find background pixels, which the tile marks -1.
+//     find background pixels, which the tile marks -1. Without the plain
+//     rules the threshold of that test is 0, which no sum is below.
 //  3. The last, shorter tile is copied into zero-padded rows and labelled
 //     the same way; only its real pixels are kept.
 #include "LabelRow.h"
@@ -17,6 +18,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 // Vectors pass only between functions inlined into one copy (see Lanes.h).
@@ -42,13 +44,13 @@ float BackgroundThreshold() {
 // Labels Lanes * kVectors pixels starting at rows[k] + x0 into labels.
 template <std::size_t Lanes>
 ISODATA_ALWAYS_INLINE void LabelTile(const float* const* rows, std::size_t x0, const LabelCenters& centers,
-                                     float background, std::int32_t* labels) {
+                                     float reach, float background, std::int32_t* labels) {
     using Floats = lanes::Vector<float, Lanes>;
     using Ints = lanes::Vector<std::int32_t, Lanes>;
     Floats best[kVectors];
     Ints label[kVectors];
     for (std::size_t v = 0; v < kVectors; ++v) {
-        best[v] = lanes::Broadcast<Lanes>(kLabellingReach);
+        best[v] = lanes::Broadcast<Lanes>(reach);
         label[v] = Ints{};
     }
     const float* centre = centers.values.data();
@@ -79,9 +81,11 @@ template <std::size_t Lanes>
 ISODATA_ALWAYS_INLINE void LabelRowBody(const float* const* rows, std::size_t n, const LabelCenters& centers,
                                         std::int32_t* labels) {
     constexpr std::size_t kTile = Lanes * kVectors;
-    const float background = BackgroundThreshold();
+    // Without the plain rules no sum is below 0 and every distance below +infinity.
+    const float background = centers.plainRules ? BackgroundThreshold() : 0.0f;
+    const float reach = centers.plainRules ? kLabellingReach : std::numeric_limits<float>::infinity();
     std::size_t x0 = 0;
-    for (; x0 + kTile <= n; x0 += kTile) LabelTile<Lanes>(rows, x0, centers, background, labels + x0);
+    for (; x0 + kTile <= n; x0 += kTile) LabelTile<Lanes>(rows, x0, centers, reach, background, labels + x0);
     if (x0 == n) return;
     const std::size_t rest = n - x0;
     std::vector<float> padded(centers.bands * kTile, 0.0f);
@@ -91,7 +95,7 @@ ISODATA_ALWAYS_INLINE void LabelRowBody(const float* const* rows, std::size_t n,
         tail[k] = padded.data() + k * kTile;
     }
     std::int32_t last[kTile];
-    LabelTile<Lanes>(tail.data(), 0, centers, background, last);
+    LabelTile<Lanes>(tail.data(), 0, centers, reach, background, last);
     std::copy_n(last, rest, labels + x0);
 }
 

@@ -11,7 +11,9 @@ namespace isodata {
 
 // labels[x] for x < n: class 1..K of the centre nearest in single-precision
 // city-block distance to the pixel whose band values are rows[0..B-1][x];
-// 0 when no centre is nearer than kLabellingReach or when the band values sum to zero.
+// 0 when no centre is nearer than kLabellingReach or when the band values sum
+// to zero, under centers.plainRules; without them only a pixel no centre is
+// nearer to than +infinity (a NaN or infinite value) stays 0.
 // Ties go to the lower class. Bands are summed in band order for every pixel.
 // With excluded, a pixel whose entry is not 0 is labelled 0 whatever its
 // values. With tally, the pixels not excluded that stay unclassified are

@@ -219,9 +219,11 @@ std::vector<WindowPlace> Windows(WindowShape shape, int width, int height) {
 
 void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                           const KalUtility::_ptr_t<KalDataSource::RasterDataset>& result,
-                          const std::vector<std::uint32_t>& bandIndices, const LabelCenters& centers,
+                          const std::vector<std::uint32_t>& bandIndices, const LabelCenters& given,
                           ProgressFn progress, void* userData, const ResultPassOptions& options,
                           PassReport* report) {
+    LabelCenters centers = given;
+    centers.plainRules = options.plainRules;
     const int width = source->GetRasterXSize(), height = source->GetRasterYSize();
     const std::size_t w = static_cast<std::size_t>(width);
     const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);

@@ -22,13 +22,18 @@ struct LabelCenters {
     std::size_t clusters = 0;
     std::size_t bands = 0;
     std::vector<float> values;  // [cluster * bands + band]
+    // The plain run's rules: a pixel whose band values sum to zero is
+    // background, and no centre further than kLabellingReach counts. Off,
+    // every pixel goes to its nearest centre, the search starting from
+    // +infinity as the classification passes' does.
+    bool plainRules = true;
 };
 
 // Centres held in any type (the engine's pixel type, or the double a saved
 // centre is read back as) narrowed to the floats the labelling works with.
 template <class V>
 LabelCenters ToLabelCenters(const std::vector<std::vector<V>>& centres, std::size_t bands) {
-    LabelCenters labels{centres.size(), bands, {}};
+    LabelCenters labels{centres.size(), bands, {}, true};
     labels.values.reserve(labels.clusters * bands);
     for (const auto& centre : centres)
         for (std::size_t i = 0; i < bands; ++i) labels.values.push_back(static_cast<float>(centre[i]));
@@ -36,8 +41,9 @@ LabelCenters ToLabelCenters(const std::vector<std::vector<V>>& centres, std::siz
 }
 
 // Class number 0..K of the pixel whose B band values are given: 0 when the
-// values sum to zero (background) or when no centre is nearer than kLabellingReach in
-// single-precision city-block distance; ties go to the lower class.
+// values sum to zero (background) or when no centre is nearer than
+// kLabellingReach in single-precision city-block distance (under the plain
+// rules); ties go to the lower class.
 std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const LabelCenters& centers);
 
 // What a result pass may do beyond labelling: honour a validity mask, whose
@@ -45,6 +51,7 @@ std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const Lab
 // means and deviations.
 struct ResultPassOptions {
     ValidityRules validity;
+    bool plainRules = true;  // LabelCenters::plainRules
     bool classStatistics = false;
     WorkerPool* pool = nullptr;  // threads the rows of a window are shared out to; null: none
 };

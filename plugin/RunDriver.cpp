@@ -64,7 +64,7 @@ RunResult PrepareWorkingMask(const RunValidity& validity, EngineInputs& files, c
     const std::int64_t valid =
         WriteWorkingMask(validity.Rules(), files.input->GetGDALDataset(), files.working->GetGDALDataset(),
                          std::vector<std::uint32_t>(files.record.bandIndices.begin(), files.record.bandIndices.end()),
-                         path);
+                         path, kHeapReadBytes, files.resultPass.plainRules);
     if (valid < 0) return RunResult::WorkingCopyFailed;
     if (valid == 0) return RunResult::NoValidPixel;
     files.workingMask = DatasetFactory::Instance()->OpenRasterDataset(path, KalDataSource::OpenReadOnly);
@@ -130,7 +130,8 @@ _ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_
                                : nullptr;
     if (!copy) return _ptr_t<RasterDataset>();
     _ptr_t<RasterDataset> working(new RasterDataset(copy, QString()));
-    WriteWorkingCopy(files.input->GetGDALDataset(), copy, files.width, files.height, kHeapReadBytes, files.pool);
+    WriteWorkingCopy(files.input->GetGDALDataset(), copy, files.width, files.height, kHeapReadBytes, files.pool,
+                     files.resultPass.plainRules);
     return working;
 }
 
@@ -146,7 +147,7 @@ _ptr_t<RasterDataset> WorkingCopyOnDisk(const EngineInputs& files, WorkingFileGu
         guard.Watch(workingPath);
         CopyGeoreferencing(files.input, working);
         WriteWorkingCopy(files.input->GetGDALDataset(), working->GetGDALDataset(), files.width, files.height,
-                         kHeapReadBytes, files.pool);
+                         kHeapReadBytes, files.pool, files.resultPass.plainRules);
     }  // closing the handle flushes the file
     return KalUtility::dynamic_ptr_cast<RasterDataset>(factory->OpenDataset(workingPath, KalDataSource::OpenReadOnly));
 }
@@ -254,6 +255,7 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassifica
     if (!validity.Open(files.input->GetGDALDataset(), options, record.bandIndices)) return RunResult::MaskUnusable;
     files.resultPass.validity = validity.Rules();
     files.resultPass.classStatistics = options.classStatistics;
+    files.resultPass.plainRules = options.plainRules;
     PassReport passReport;
     if (report) files.report = &passReport;
     WorkerPool pool(std::max(options.threads, 1));

@@ -36,8 +36,6 @@ namespace {
 
 // Bytes of floats read per window and gathered per write; bounds the buffers.
 constexpr std::size_t kWindowBytes = std::size_t{8} << 20;
-// GDAL's nudge of every source coordinate before truncation.
-constexpr double kEpsilon = 1e-10;
 
 struct Plan {
     GDALDataset* source = nullptr;  // the input, or the overview dataset GDAL would read
@@ -72,35 +70,10 @@ std::optional<SourceWindow> FollowOverviews(GDALRasterBand* band, int width, int
     return w;
 }
 
-// Source rows: (i + 0.5) steps from the window's top, clamped to the band.
-std::vector<int> PickRows(const SourceWindow& w, int count) {
-    const double step = w.ySize / static_cast<double>(count);
-    const double limit = static_cast<double>(w.band->GetYSize() - 1);
-    std::vector<int> rows(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i) {
-        const double y = (i + 0.5) * step + static_cast<double>(w.yOff) + kEpsilon;
-        rows[static_cast<std::size_t>(i)] = static_cast<int>(std::min(std::max(0.0, y), limit));
-    }
-    return rows;
-}
-
-// Source columns: a running sum of the step from half a step in, clamped to
-// the band. GDAL counts in whole steps when the step is a whole number; the
-// running sum picks the same columns then.
-std::vector<int> PickColumns(const SourceWindow& w, int count) {
-    const double step = w.xSize / static_cast<double>(count);
-    const double last = static_cast<double>(w.band->GetXSize() - 1);
-    std::vector<int> columns(static_cast<std::size_t>(count));
-    double x = 0.5 * step + static_cast<double>(w.xOff) + kEpsilon;
-    for (int i = 0; i < count; ++i, x += step)
-        columns[static_cast<std::size_t>(i)] = static_cast<int>(std::min(std::max(0.0, x), last));
-    return columns;
-}
-
 // The plan, or nothing when GDAL's driver may read the input another way:
 // other drivers, JPEG-compressed GeoTIFFs (their implicit overviews show only
 // inside the driver's reads), and bands that resolve to different sources.
-std::optional<Plan> MakePlan(GDALDataset* input, GDALDataset* working, int width, int height) {
+std::optional<Plan> MakePlan(GDALDataset* input, GDALDataset* working, int width, int height, bool useOverviews) {
     GDALDriver* driver = input->GetDriver();
     if (!driver || !EQUAL(driver->GetDescription(), "GTiff")) return std::nullopt;
     const char* compression = input->GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE");
@@ -111,7 +84,9 @@ std::optional<Plan> MakePlan(GDALDataset* input, GDALDataset* working, int width
     Plan plan;
     std::optional<SourceWindow> first;
     for (int b = 1; b <= bands; ++b) {
-        const auto w = FollowOverviews(input->GetRasterBand(b), width, height);
+        GDALRasterBand* band = input->GetRasterBand(b);
+        const auto w = useOverviews ? FollowOverviews(band, width, height)
+                                    : SourceWindow{band, 0, 0, band->GetXSize(), band->GetYSize()};
         if (!w) return std::nullopt;
         GDALDataset* owner = w->band->GetDataset();
         if (!owner || owner->GetRasterBand(w->band->GetBand()) != w->band) return std::nullopt;
@@ -124,8 +99,8 @@ std::optional<Plan> MakePlan(GDALDataset* input, GDALDataset* working, int width
         }
         plan.bandMap.push_back(w->band->GetBand());
     }
-    plan.rows = PickRows(*first, height);
-    plan.columns = PickColumns(*first, width);
+    plan.rows = NearestRows(first->yOff, first->ySize, first->band->GetYSize(), height);
+    plan.columns = NearestColumns(first->xOff, first->xSize, first->band->GetXSize(), width);
     first->band->GetBlockSize(&plan.blockWidth, &plan.blockHeight);
     if (plan.blockWidth < 1 || plan.blockHeight < 1) return std::nullopt;
     return plan;
@@ -291,12 +266,14 @@ bool CopyInOnePass(const Plan& plan, GDALDataset* input, GDALDataset* working, i
 // (GDAL picks the pixels, or an overview) into one reused buffer, bounded in
 // resident memory however large, then written a strip at a time. A band that
 // fails to read leaves the previous band's values in the buffer.
-void CopyBandByBand(GDALDataset* input, GDALDataset* working, int width, int height, std::size_t heapBytes) {
+void CopyBandByBand(GDALDataset* input, GDALDataset* working, int width, int height, std::size_t heapBytes,
+                    bool useOverviews) {
+    const bool fullResolution = !useOverviews && HasOverviews(input);
     const std::size_t line = static_cast<std::size_t>(width) * sizeof(float);
     ReducedBuffer buffer(line * static_cast<std::size_t>(height), FolderOf(working->GetDescription()), heapBytes);
     const int strip = static_cast<int>(std::max<std::size_t>(1, kWindowBytes / line));
     for (int b = 1; b <= input->GetRasterCount(); ++b) {
-        CPLErr ignored = buffer.ReadWholeBand(input->GetRasterBand(b), width, height, GDT_Float32);
+        CPLErr ignored = buffer.ReadWholeBand(input->GetRasterBand(b), width, height, GDT_Float32, fullResolution);
         for (int y0 = 0; y0 < height && b <= working->GetRasterCount(); y0 += strip) {
             const int rows = std::min(strip, height - y0);
             const std::size_t offset = static_cast<std::size_t>(y0) * line;
@@ -311,13 +288,13 @@ void CopyBandByBand(GDALDataset* input, GDALDataset* working, int width, int hei
 } // namespace
 
 WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
-                                 std::size_t heapBytes, WorkerPool* pool) {
-    if (const auto plan = MakePlan(input, working, width, height)) {
+                                 std::size_t heapBytes, WorkerPool* pool, bool useOverviews) {
+    if (const auto plan = MakePlan(input, working, width, height, useOverviews)) {
         if (CopyInOnePass(*plan, input, working, width, pool)) return WorkingCopyRead::OnePass;
     }
     // A failed read may have left part of the copy written; the whole-band
     // read writes all of it again.
-    CopyBandByBand(input, working, width, height, heapBytes);
+    CopyBandByBand(input, working, width, height, heapBytes, useOverviews);
     return WorkingCopyRead::PerBand;
 }
 

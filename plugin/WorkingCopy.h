@@ -24,7 +24,11 @@ enum class WorkingCopyRead {
 // heapBytes a band and into a mapped scratch file beside working beyond.
 // Transfer errors are not reported. With pool, the one-pass read is shared
 // out to its threads; the copy is the same.
+// Without useOverviews the pixels are those of the same read of the input
+// opened without its overviews: GDAL's nearest-neighbour pick from the
+// full-resolution band.
 WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
-                                 std::size_t heapBytes = kHeapReadBytes, WorkerPool* pool = nullptr);
+                                 std::size_t heapBytes = kHeapReadBytes, WorkerPool* pool = nullptr,
+                                 bool useOverviews = true);
 
 } // namespace isodata

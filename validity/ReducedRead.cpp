@@ -21,7 +21,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -113,11 +115,72 @@ bool ReducedBuffer::Map(std::size_t bytes, const std::string& folder) {
     return true;
 }
 
-CPLErr ReducedBuffer::ReadWholeBand(GDALRasterBand* band, int width, int height, GDALDataType type) {
+namespace {
+
+// Reads the picked rows of band and gathers the picked columns into data,
+// width x height values of type.
+CPLErr ReadPicked(GDALRasterBand* band, int width, int height, GDALDataType type, unsigned char* data) {
     const int x = band->GetXSize(), y = band->GetYSize();
-    if (!mapped_) return band->RasterIO(GF_Read, 0, 0, x, y, data_, width, height, type, 0, 0, nullptr);
-    const PageTrimmer trimmer(data_, bytes_);
+    const std::vector<int> rows = NearestRows(0, y, y, height), columns = NearestColumns(0, x, x, width);
+    const std::size_t size = static_cast<std::size_t>(GDALGetDataTypeSizeBytes(type));
+    std::vector<unsigned char> line(static_cast<std::size_t>(x) * size);
+    for (int r = 0; r < height; ++r) {
+        const CPLErr read = band->RasterIO(GF_Read, 0, rows[static_cast<std::size_t>(r)], x, 1, line.data(), x, 1,
+                                           type, 0, 0, nullptr);
+        if (read != CE_None) return read;
+        unsigned char* out = data + static_cast<std::size_t>(r) * static_cast<std::size_t>(width) * size;
+        for (int c = 0; c < width; ++c)
+            std::memcpy(out + static_cast<std::size_t>(c) * size,
+                        line.data() + static_cast<std::size_t>(columns[static_cast<std::size_t>(c)]) * size, size);
+    }
+    return CE_None;
+}
+
+} // namespace
+
+CPLErr ReducedBuffer::ReadWholeBand(GDALRasterBand* band, int width, int height, GDALDataType type,
+                                    bool fullResolution) {
+    const int x = band->GetXSize(), y = band->GetYSize();
+    const bool picked = fullResolution && (width < x || height < y);
+    const std::unique_ptr<PageTrimmer> trimmer(mapped_ ? new PageTrimmer(data_, bytes_) : nullptr);
+    if (picked) return ReadPicked(band, width, height, type, data_);
     return band->RasterIO(GF_Read, 0, 0, x, y, data_, width, height, type, 0, 0, nullptr);
+}
+
+namespace {
+
+// GDAL's nudge of every source coordinate before truncation.
+constexpr double kEpsilon = 1e-10;
+
+} // namespace
+
+std::vector<int> NearestRows(int offset, int size, int bandSize, int count) {
+    const double step = size / static_cast<double>(count);
+    const double limit = static_cast<double>(bandSize - 1);
+    std::vector<int> rows(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
+        const double y = (i + 0.5) * step + static_cast<double>(offset) + kEpsilon;
+        rows[static_cast<std::size_t>(i)] = static_cast<int>(std::min(std::max(0.0, y), limit));
+    }
+    return rows;
+}
+
+std::vector<int> NearestColumns(int offset, int size, int bandSize, int count) {
+    const double step = size / static_cast<double>(count);
+    const double last = static_cast<double>(bandSize - 1);
+    std::vector<int> columns(static_cast<std::size_t>(count));
+    double x = 0.5 * step + static_cast<double>(offset) + kEpsilon;
+    for (int i = 0; i < count; ++i, x += step)
+        columns[static_cast<std::size_t>(i)] = static_cast<int>(std::min(std::max(0.0, x), last));
+    return columns;
+}
+
+bool HasOverviews(GDALDataset* dataset) {
+    for (int b = 1; dataset && b <= dataset->GetRasterCount(); ++b) {
+        GDALRasterBand* band = dataset->GetRasterBand(b);
+        if (band->GetOverviewCount() > 0 || band->GetMaskBand()->GetOverviewCount() > 0) return true;
+    }
+    return false;
 }
 
 void ReducedBuffer::Release(std::size_t offset, std::size_t length) {

@@ -7,7 +7,9 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
+class GDALDataset;
 class GDALRasterBand;
 
 namespace isodata {
@@ -35,8 +37,11 @@ public:
 
     // band->RasterIO(GF_Read, 0, 0, X, Y, Data(), width, height, type, 0, 0,
     // nullptr): the whole band at width x height, GDAL's overview choice and
-    // pixel choice included, exactly as into any other buffer.
-    CPLErr ReadWholeBand(GDALRasterBand* band, int width, int height, GDALDataType type);
+    // pixel choice included, exactly as into any other buffer. With
+    // fullResolution a reduced read takes no overview: the rows and columns
+    // GDAL's nearest-neighbour read picks (NearestRows, NearestColumns) are read from the
+    // band itself, a row at a time.
+    CPLErr ReadWholeBand(GDALRasterBand* band, int width, int height, GDALDataType type, bool fullResolution = false);
 
     // Hands the pages of bytes [offset, offset + length) back to the kernel;
     // their contents stay.
@@ -49,6 +54,20 @@ private:
     unsigned char* data_ = nullptr;
     bool mapped_ = false;
 };
+
+// The source rows (and columns) GDALRasterBand::IRasterIO's nearest-neighbour
+// read picks for count reduced rows of a window of size rows from offset, in
+// a band of bandSize rows, clamped to the band. Rows: (i + 0.5) steps from
+// the window's start, each worked out afresh; columns: a running sum of the
+// step from half a step in. Both nudged as GDAL nudges them. GDAL counts
+// columns in whole steps when the step is a whole number; the running sum
+// picks the same columns then.
+std::vector<int> NearestRows(int offset, int size, int bandSize, int count);
+std::vector<int> NearestColumns(int offset, int size, int bandSize, int count);
+
+// Whether a band of dataset, or its mask band, has overviews a reduced read
+// could use.
+bool HasOverviews(GDALDataset* dataset);
 
 // The folder of the file a dataset was opened from or created as; empty for
 // datasets that are not files.

@@ -33,7 +33,11 @@ struct ReducedGrid {
     int width, height;
     std::string folder;
     std::size_t heapBytes;
+    bool useOverviews;  // reduced reads may take overviews, as GDAL's do
     std::size_t Pixels() const { return static_cast<std::size_t>(width) * static_cast<std::size_t>(height); }
+    // Whether band is read from its full resolution rather than GDAL's way,
+    // which could take an overview of its dataset.
+    bool FullResolution(GDALRasterBand* band) const { return !useOverviews && HasOverviews(band->GetDataset()); }
     // Rows of a strip of values of up to 8 bytes.
     int StripRows() const {
         const std::size_t line = static_cast<std::size_t>(width) * sizeof(double);
@@ -129,12 +133,14 @@ void MarkMaskBand(const MaskBand& source, const ReducedGrid& grid, ReducedBuffer
     std::unique_ptr<ReducedBuffer> values;
     GDALDataType type = GDT_Unknown;
     if (!source.nodataOf) {
-        (void)flags.ReadWholeBand(source.mask, grid.width, grid.height, GDT_Byte);
+        (void)flags.ReadWholeBand(source.mask, grid.width, grid.height, GDT_Byte, grid.FullResolution(source.mask));
     } else {
         type = NoDataWorkType(source.nodataOf->GetRasterDataType());
         values = std::make_unique<ReducedBuffer>(grid.Pixels() * GDALGetDataTypeSizeBytes(type), grid.folder,
                                                  grid.heapBytes);
-        if (values->ReadWholeBand(source.nodataOf, grid.width, grid.height, type) != CE_None) values.reset();
+        if (values->ReadWholeBand(source.nodataOf, grid.width, grid.height, type,
+                                  grid.FullResolution(source.nodataOf)) != CE_None)
+            values.reset();
     }
     const std::size_t size = values ? static_cast<std::size_t>(GDALGetDataTypeSizeBytes(type)) : 0;
     ForEachStrip(grid, [&](int y0, int rows) {
@@ -157,7 +163,7 @@ void MarkMaskRaster(GDALRasterBand* band, const ReducedGrid& grid, ReducedBuffer
     const std::size_t size = static_cast<std::size_t>(GDALGetDataTypeSizeBytes(type));
     const std::size_t w = static_cast<std::size_t>(grid.width);
     ReducedBuffer values(grid.Pixels() * size, grid.folder, grid.heapBytes);
-    (void)values.ReadWholeBand(band, grid.width, grid.height, type);
+    (void)values.ReadWholeBand(band, grid.width, grid.height, type, grid.FullResolution(band));
     ForEachStrip(grid, [&](int y0, int rows) {
         const std::size_t first = static_cast<std::size_t>(y0) * w, n = static_cast<std::size_t>(rows) * w;
         MarkZeros(type, values.Data() + first * size, n, kExcludedByMaskRaster, why.Data() + first);
@@ -220,9 +226,9 @@ std::int64_t WriteFlags(ReducedBuffer& why, const ReducedGrid& grid, const QStri
 
 std::int64_t WriteWorkingMask(const ValidityRules& rules, GDALDataset* input, GDALDataset* working,
                               const std::vector<std::uint32_t>& bandIndices, const QString& path,
-                              std::size_t heapBytes) {
+                              std::size_t heapBytes, bool useOverviews) {
     const ReducedGrid grid{working->GetRasterXSize(), working->GetRasterYSize(),
-                           FolderOf(working->GetDescription()), heapBytes};
+                           FolderOf(working->GetDescription()), heapBytes, useOverviews};
     ReducedBuffer why(grid.Pixels(), grid.folder, heapBytes);
     // A failed read has raised its GDAL error, which is the host's to judge,
     // as with every read of the run.

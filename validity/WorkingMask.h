@@ -21,10 +21,11 @@ namespace isodata {
 // copy's size, picked as GDAL's nearest-neighbour read picks the working
 // copy's pixels; non-finite values are looked for in the working copy
 // itself. Reduced reads larger than heapBytes go through mapped scratch
-// files beside working. Returns the number of valid pixels, or -1 when the
-// file cannot be written.
+// files beside working. Without useOverviews the reduced reads pick from the
+// full-resolution bands, as the working copy's did. Returns the number of
+// valid pixels, or -1 when the file cannot be written.
 std::int64_t WriteWorkingMask(const ValidityRules& rules, GDALDataset* input, GDALDataset* working,
                               const std::vector<std::uint32_t>& bandIndices, const QString& path,
-                              std::size_t heapBytes = kHeapReadBytes);
+                              std::size_t heapBytes = kHeapReadBytes, bool useOverviews = true);
 
 } // namespace isodata

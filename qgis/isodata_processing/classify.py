@@ -66,7 +66,9 @@ class ClassifyAlgorithm(IsodataAlgorithm):
 
     def _parameter(self, option):
         name, label, kind = option['qgis_name'], _tr(option['qgis_label']), option.get('qgis_kind')
-        if kind == 'text':
+        if option['type'] == 'flag':
+            parameter = QgsProcessingParameterBoolean(name, label, False, optional=True)
+        elif kind == 'text':
             parameter = QgsProcessingParameterString(name, label, optional=True)
         elif kind == 'raster_or_none':
             parameter = QgsProcessingParameterRasterLayer(name, label, optional=True)
@@ -101,6 +103,10 @@ class ClassifyAlgorithm(IsodataAlgorithm):
         arguments = []
         for option in self._options():
             flag, name, kind = option['names'][0], option['qgis_name'], option.get('qgis_kind')
+            if option['type'] == 'flag':
+                if self.parameterAsBool(parameters, name, context):
+                    arguments.append(flag)
+                continue
             if kind:
                 values = self._text_values(parameters, name, kind, context)
             elif option['repeatable']:

@@ -38,6 +38,7 @@ struct Model {
     std::vector<ModelBand> bands;
     std::string enginePixelType;
     MaskSettings mask;
+    bool plainRules = true;      // the labelling's rules (files from before the choice were plain)
     std::string parametersJson;  // an object, as the host wrote it; may be empty
     double pixelArea = 0.0;      // 0: none
     std::vector<ModelClass> classes;

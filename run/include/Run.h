@@ -55,6 +55,10 @@ ISODATA_RUN_API std::string GdalVersion();
 // quarter size beyond".
 ISODATA_RUN_API std::string WorkingCopyRule();
 
+// How far the plain run's labelling looks for a centre, as a person writes
+// it: "1e7".
+ISODATA_RUN_API std::string LabellingReachText();
+
 // The longer side of a preview, in pixels, at most.
 inline constexpr int kPreviewMaxSide = 1024;
 

@@ -34,6 +34,7 @@ struct RunAsk {
     std::string mask;       // "": the input's masks; "none"; or a mask raster
     std::string modelOut;   // a model file to write; empty: none
     std::string apply;      // a model file to label with instead of clustering; empty: none
+    bool plain = false;     // the plug-in's plain run: its background and reach rules, overviews, no masks
     int threads = 0;        // 0: one for every processor
     int memoryMB = -1;      // megabytes the working copy may take in memory; -1: the machine's share
     std::string tmpDir;     // where the run folder goes; empty: beside the output
@@ -50,7 +51,7 @@ enum class AskField {
     None,  // the run as a whole
     Input, OpenOptions, Output, Format, CreationOptions, Preview, Overwrite, Bands,
     Classes, InitialClasses, MinClassPixels, MaxMergePairs, MaxIterations, StdDevThreshold, MergeDistance,
-    SrcNodata, Mask, ModelOut, Apply, Threads, Memory, TmpDir, Plugin,
+    SrcNodata, Mask, ModelOut, Apply, Plain, Threads, Memory, TmpDir, Plugin,
 };
 
 // A setting that would change an outcome, and what it would do: the host

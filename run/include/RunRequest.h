@@ -74,6 +74,11 @@ struct RunRequest {
     ClassificationValues classification;
     MaskSettings mask;
     ModelSettings model;
+    // The plug-in's plain rules: pixels whose band values sum to zero are
+    // background, no centre further than the labelling's reach counts, and
+    // the working copy is read from overviews where GDAL would. Off: every
+    // valid pixel is labelled, from the full-resolution pixels.
+    bool plainRules = false;
     int threads = 1;               // threads the plug-in's passes share out to
     std::int64_t memoryBytes = 0;  // the working copy may stay in memory up to this; 0: on disk
     std::string runFolderPlace;  // the folder the run folder goes in

@@ -104,6 +104,7 @@ Check CheckApply(const RunAsk& ask, const InputFacts& facts, RunRequest& request
     for (const ModelClass& c : model.classes) request.model.applyCentres.push_back(c.centre);
     request.mask = model.mask;
     request.mask.maskRaster.clear();  // a mask raster belongs to the raster it was made for
+    request.plainRules = model.plainRules;
     return {};
 }
 
@@ -183,6 +184,16 @@ Check CheckModelAndBands(const RunAsk& ask, const InputFacts& facts, RunRequest&
 
 Check CheckMask(const RunAsk& ask, RunRequest& request) {
     MaskSettings& mask = request.mask;
+    if (ask.plain) {
+        // The plain run reads every pixel as data.
+        if (!ask.srcNodata.empty()) return Refuse(AskField::SrcNodata, "cannot go with the plain run, which reads no nodata");
+        if (!ask.mask.empty()) return Refuse(AskField::Mask, "cannot go with the plain run, which reads no mask");
+        request.plainRules = true;
+        mask = MaskSettings();
+        mask.nodata = MaskSettings::Nodata::Ignored;
+        mask.datasetMasks = mask.nonFinite = false;
+        return {};
+    }
     if (Check problem = CheckNodata(ask.srcNodata, request.input.bands, mask)) return problem;
     if (Check problem = CheckMaskRaster(ask.mask, request.input, mask)) return problem;
     // Nothing left to look at is the plain run.

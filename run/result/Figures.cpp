@@ -10,6 +10,7 @@
 #include "Figures.h"
 
 #include "Paths.h"
+#include "Run.h"
 
 #include <GdalSession.h>
 
@@ -21,16 +22,6 @@
 
 namespace isodata_run {
 namespace {
-
-// "1e7": the labelling's reach as a person writes it.
-std::string LabellingReachText() {
-    char text[16];
-    std::snprintf(text, sizeof text, "%.0e", static_cast<double>(kLabellingReach));
-    std::string t = text;
-    const size_t e = t.find("e+");
-    if (e != std::string::npos) t = t.substr(0, e + 1) + std::to_string(std::stoi(t.substr(e + 2)));
-    return t;
-}
 
 GDALDatasetUniquePtr OpenQuietly(const std::string& path) {
     const isodata::QuietGdalErrors quiet;
@@ -58,6 +49,15 @@ double PixelArea(GDALDataset* ds) {
 }
 
 } // namespace
+
+std::string LabellingReachText() {
+    char text[16];
+    std::snprintf(text, sizeof text, "%.0e", static_cast<double>(kLabellingReach));
+    std::string t = text;
+    const size_t e = t.find("e+");
+    if (e != std::string::npos) t = t.substr(0, e + 1) + std::to_string(std::stoi(t.substr(e + 2)));
+    return t;
+}
 
 void AddFigures(const stIsodataRunReport& plugin, const RunRequest& request, const std::string& input,
                 RunReport& report) {
@@ -146,6 +146,7 @@ Model ModelOf(const RunRequest& request, const std::string& input, const stIsoda
     }
     m.enginePixelType = plugin.pixelType > 0 ? GDALGetDataTypeName(static_cast<GDALDataType>(plugin.pixelType)) : "";
     m.mask = request.mask;
+    m.plainRules = request.plainRules;
     m.parametersJson = request.model.parametersJson;
     m.pixelArea = report.pixelArea;
     for (const ClassReport& k : report.classes)

@@ -144,6 +144,7 @@ bool WriteModel(const std::string& path, const Model& m, std::string& error) {
                                                  {"bands", bands}}},
                            {"engine_pixel_type", Text(m.enginePixelType)},
                            {"mask", MaskJson(m.mask)},
+                           {"plain_rules", m.plainRules},
                            {"parameters", parameters},
                            {"pixel_area", m.pixelArea > 0 ? QJsonValue(m.pixelArea) : QJsonValue()},
                            {"classes", classes}};
@@ -189,6 +190,7 @@ bool ReadModel(const std::string& path, Model& m, std::string& error) {
                            b["data_type"].toString().toStdString()});
     m.enginePixelType = root["engine_pixel_type"].toString().toStdString();
     if (!ReadMask(root["mask"].toObject(), m.mask)) return Bad("has no valid \"mask\" rule");
+    m.plainRules = root["plain_rules"].toBool(true);
     m.pixelArea = root["pixel_area"].toDouble(0.0);
     const QJsonArray classes = root["classes"].toArray();
     if (classes.size() > kMaxModelClasses)

@@ -13,7 +13,7 @@ TEST(RefusalTextTest, EverySettingHasItsOptionsName) {
     const char* const names[] = {"",          "input",   "-oo",     "output",     "-of",         "-co",
                                  "-preview",  "-overwrite", "-b",   "-classes",   "-initial",    "-min-size",
                                  "-merge-pairs", "-iter", "-std",   "-merge-dist", "-srcnodata", "-mask",
-                                 "-model-out", "-apply", "-threads", "-mem",      "--tmpdir",    "--plugin"};
+                                 "-model-out", "-apply", "-plain", "-threads", "-mem",    "--tmpdir",    "--plugin"};
     for (int f = 0; f <= static_cast<int>(AskField::Plugin); ++f)
         EXPECT_EQ(isodata_cli::Spelling(static_cast<AskField>(f)), names[f]) << "field " << f;
 }
