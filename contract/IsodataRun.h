@@ -93,6 +93,7 @@ struct ISODATA_RECORD_API stIsodataRunReport {
     std::int64_t backgroundPixels = 0;       // band values summing to zero
     std::int64_t nonFinitePixels = 0;        // a band value NaN or infinite (with no mask to exclude it)
     std::int64_t beyondReachPixels = 0;      // no centre nearer than kLabellingReach
+    std::int64_t zeroPixels = 0;             // classified, 0 in every chosen band (without the plain rules)
     std::int32_t pixelType = 0;              // pixel-type code the centres were held in (GDAL's numbers)
     std::vector<stIsodataClassReport> classes;  // class k + 1 in entry k
 };

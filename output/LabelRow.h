@@ -20,7 +20,8 @@ namespace isodata {
 // counted by why: nonFinite, as the reader marks it (not 0 where a band
 // value is NaN or infinite), tells those from the ones beyond reach; such a
 // pixel is never background nor near a centre. Without nonFinite every one
-// of them counts as beyond reach.
+// of them counts as beyond reach. Without the plain rules the pixels that
+// are 0 in every band, classified like any other, are counted too.
 void LabelRow(const float* const* rows, std::size_t n, const LabelCenters& centers, std::int32_t* labels,
               const std::uint8_t* excluded = nullptr, LabelTally* tally = nullptr,
               const std::uint8_t* nonFinite = nullptr);

@@ -19,6 +19,7 @@ struct LabelTally {
     std::int64_t background = 0;
     std::int64_t nonFinite = 0;
     std::int64_t beyondReach = 0;
+    std::int64_t allZero = 0;  // classified, 0 in every band (counted without the plain rules)
 };
 
 struct PassReport {

@@ -204,6 +204,7 @@ void Accumulate(RowTally& total, RowTally& row) {
     total.unclassified.background += row.unclassified.background;
     total.unclassified.nonFinite += row.unclassified.nonFinite;
     total.unclassified.beyondReach += row.unclassified.beyondReach;
+    total.unclassified.allZero += row.unclassified.allZero;
     row = RowTally();
 }
 

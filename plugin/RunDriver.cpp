@@ -210,6 +210,7 @@ void FillReport(stIsodataRunReport& report, const PassReport& pass) {
     report.excludedByMaskRaster = pass.excluded.byMaskRaster;
     report.backgroundPixels = pass.unclassified.background;
     report.nonFinitePixels = pass.unclassified.nonFinite;
+    report.zeroPixels = pass.unclassified.allZero;
     report.beyondReachPixels = pass.unclassified.beyondReach;
     report.pixelType = pass.pixelType;
     report.classes.assign(pass.centres.size(), stIsodataClassReport());

@@ -65,6 +65,7 @@ struct RunReport {
     std::int64_t background = 0;   // valid, unclassified: band values summing to zero
     std::int64_t nonFinite = 0;    // valid, unclassified: a NaN or infinite band value
     std::int64_t beyondReach = 0;  // valid, unclassified: no centre within the labelling's limit
+    std::int64_t zeroPixels = 0;   // valid, classified, 0 in every chosen band (without the plain rules)
     double pixelArea = 0.0;        // map units per pixel; 0 when the geotransform is rotated or missing
     std::string resultHeader;      // the header published beside the result, for formats that keep one
     std::vector<Notice> warnings;  // what a person should know of a published result

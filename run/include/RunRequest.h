@@ -66,6 +66,7 @@ struct InputSettings {
     std::vector<std::string> openOptions;  // NAME=VALUE for its driver, wherever it is opened
     std::string driver;                    // GDAL's short name of the driver that opens it
     int width = 0, height = 0, bands = 0;
+    bool declaresNodata = false;           // a band declares a nodata value
 };
 
 struct RunRequest {

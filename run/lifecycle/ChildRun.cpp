@@ -151,7 +151,7 @@ RunReport Classify(const ChildTask& task, RunListener& listener, const GdalError
         return failed;
     }
     report.seconds = run.seconds;
-    report.warnings = Warnings(report);
+    report.warnings = Warnings(report, request);
     report.outcome = previewOk ? RunOutcome::Ok : RunOutcome::PreviewFailed;
     report.message = previewError;
     return report;

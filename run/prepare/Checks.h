@@ -34,6 +34,7 @@ inline Refusal Refuse(AskField field, std::string problem, std::vector<Remedy> r
 struct InputFacts {
     std::vector<std::string> bandTypes;         // GDAL's name of each band's type
     std::vector<std::string> bandDescriptions;  // GDAL's description of each band
+    std::vector<bool> alpha;                    // each band's: an alpha band, the others' mask
 };
 
 // A name GDAL opens a dataset by (a file, a virtual path, a subdataset

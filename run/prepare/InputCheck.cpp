@@ -101,6 +101,21 @@ Check CheckOpenOptions(GDALDriver* driver, const CPLStringList& options, const s
     return {};
 }
 
+// Which bands are alpha, as GDAL tells: their colour interpretation says
+// so, or another band's mask is an alpha band and is this one.
+std::vector<bool> AlphaBands(GDALDataset& ds) {
+    const int count = ds.GetRasterCount();
+    std::vector<bool> alpha(static_cast<std::size_t>(count));
+    for (int b = 1; b <= count; ++b) {
+        GDALRasterBand* band = ds.GetRasterBand(b);
+        if (band->GetColorInterpretation() == GCI_AlphaBand) alpha[static_cast<std::size_t>(b - 1)] = true;
+        if (!(band->GetMaskFlags() & GMF_ALPHA)) continue;
+        for (int other = 1; other <= count; ++other)
+            if (band->GetMaskBand() == ds.GetRasterBand(other)) alpha[static_cast<std::size_t>(other - 1)] = true;
+    }
+    return alpha;
+}
+
 } // namespace
 
 Check CheckInput(const RunAsk& ask, InputSettings& input, InputFacts& facts) {
@@ -129,7 +144,11 @@ Check CheckInput(const RunAsk& ask, InputSettings& input, InputFacts& facts) {
         GDALRasterBand* band = ds->GetRasterBand(b);
         facts.bandTypes.emplace_back(GDALGetDataTypeName(band->GetRasterDataType()));
         facts.bandDescriptions.emplace_back(band->GetDescription());
+        int hasNodata = 0;
+        (void)band->GetNoDataValue(&hasNodata);
+        input.declaresNodata = input.declaresNodata || hasNodata;
     }
+    facts.alpha = AlphaBands(*ds);
     const CPLStringList files(ds->GetFileList());
     for (int i = 0; i < files.size(); ++i) input.files.emplace_back(files[i]);
     input.driver = ds->GetDriver() ? ds->GetDriver()->GetDescription() : "";

@@ -171,8 +171,11 @@ Check CheckModelAndBands(const RunAsk& ask, const InputFacts& facts, RunRequest&
     if (!ask.apply.empty())
         if (Check problem = CheckApply(ask, facts, request, bands)) return problem;
     const int count = request.input.bands;
+    // Every band by default but alpha bands, which are masks, not data.
     if (bands.empty())
-        for (int b = 1; b <= count; ++b) bands.push_back(b);
+        for (int b = 1; b <= count; ++b)
+            if (!facts.alpha[static_cast<std::size_t>(b - 1)]) bands.push_back(b);
+    if (bands.empty()) return Refuse(AskField::Bands, "none given, and every band of the input is an alpha band");
     for (int band : bands) {
         if (band < 1 || band > count)
             return Refuse(AskField::Bands, std::to_string(band) + ": input " + Quote(ask.input) + " has only " +

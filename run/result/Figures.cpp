@@ -73,6 +73,7 @@ void AddFigures(const stIsodataRunReport& plugin, const RunRequest& request, con
     report.background = plugin.backgroundPixels;
     report.nonFinite = plugin.nonFinitePixels;
     report.beyondReach = plugin.beyondReachPixels;
+    report.zeroPixels = plugin.zeroPixels;
     report.pixelArea = PixelArea(ds.get());
     for (std::size_t k = 0; k < plugin.classes.size(); ++k) {
         const stIsodataClassReport& figures = plugin.classes[k];
@@ -116,8 +117,16 @@ Notice NothingValid(const RunRequest& request) {
             {{AskField::SrcNodata, ""}, {AskField::Mask, ""}}};
 }
 
-std::vector<Notice> Warnings(const RunReport& report) {
+std::vector<Notice> Warnings(const RunReport& report, const RunRequest& request) {
     std::vector<Notice> warnings;
+    // Pixels 0 in every band, a share of them or more with no nodata value
+    // anywhere, are likely a fill rather than data.
+    constexpr std::int64_t kFillShare = 100;  // one pixel in a hundred
+    const bool noNodata = request.mask.nodata == MaskSettings::Nodata::Declared && !request.input.declaresNodata;
+    if (noNodata && report.zeroPixels > 0 && report.zeroPixels * kFillShare >= report.ValidPixels())
+        warnings.push_back({std::to_string(report.zeroPixels) +
+                                " pixels are 0 in every band and were classified; if 0 is no data here",
+                            {{AskField::SrcNodata, "0"}}});
     if (report.beyondReach > 0)
         warnings.push_back({std::to_string(report.beyondReach) +
                             " valid pixels are left unclassified because every class centre lies " +

@@ -32,7 +32,7 @@ Notice NothingValid(const RunRequest& request);
 
 // Valid pixels a published result left unclassified for a reason the
 // person can act on.
-std::vector<Notice> Warnings(const RunReport& report);
+std::vector<Notice> Warnings(const RunReport& report, const RunRequest& request);
 
 Model ModelOf(const RunRequest& request, const std::string& input, const stIsodataRunReport& plugin,
               const RunReport& report);

@@ -69,7 +69,8 @@ std::string ReportJson(const RunReport& r) {
                         {"unclassified", Count(r.unclassified)},  {"figures_known", r.figuresKnown},
                         {"excluded", Count(r.excludedPixels)},    {"by", by},
                         {"background", Count(r.background)},      {"non_finite", Count(r.nonFinite)},
-                        {"beyond_reach", Count(r.beyondReach)},   {"pixel_area", r.pixelArea},
+                        {"beyond_reach", Count(r.beyondReach)},   {"zero", Count(r.zeroPixels)},
+                        {"pixel_area", r.pixelArea},
                         {"warnings", warnings},                   {"seconds", r.seconds},
                         {"gdal_failures", r.gdalFailures},        {"gdal_errors", errors},
                         {"files", files}};
@@ -92,6 +93,7 @@ RunReport ReportFromJson(const std::string& json) {
     r.background = Count(o["background"]);
     r.nonFinite = Count(o["non_finite"]);
     r.beyondReach = Count(o["beyond_reach"]);
+    r.zeroPixels = Count(o["zero"]);
     r.pixelArea = o["pixel_area"].toDouble();
     for (const QJsonValue& w : o["warnings"].toArray()) r.warnings.push_back({Text(w[0]), RemediesFrom(w[1])});
     r.seconds = o["seconds"].toDouble();

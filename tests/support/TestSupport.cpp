@@ -123,4 +123,13 @@ int RecordProgress(double percent, const char* text, void* reports) {
     return 1;
 }
 
+std::uint64_t Fnv1a(const std::string& bytes) {
+    std::uint64_t hash = 1469598103934665603ull;
+    for (unsigned char c : bytes) {
+        hash ^= c;
+        hash *= 1099511628211ull;
+    }
+    return hash;
+}
+
 } // namespace testsupport

@@ -2,6 +2,8 @@
 // a table, files read back, and a progress callback that records its reports.
 #pragma once
 
+#include <cstdint>
+
 #include "GdalSession.h"
 
 #include <gdal.h>
@@ -65,6 +67,11 @@ void BuildOverviews(const std::string& path);
 std::vector<double> ReadBand(const std::string& path, int band = 1);
 
 std::string ReadText(const std::string& path);
+
+// FNV-1a of bytes, and what the plug-in's plain run on the sample scene with
+// the command's default parameters and every band gives for its class raster.
+std::uint64_t Fnv1a(const std::string& bytes);
+constexpr std::uint64_t kSampleClassesFnv1a = 0x7fdbaa235a36fdb1ull;
 bool FileExists(const std::string& path);
 
 // (percent, text) of every report, in order; RecordProgress appends to the
