@@ -51,12 +51,20 @@ struct MaskSettings {
     std::vector<std::string> maskFiles;  // every file GDAL reads for the mask raster
 };
 
+// How a class shows in the class raster.
+struct ClassLook {
+    std::string name;  // empty: the plug-in's own
+    bool hasColour = false;
+    int red = 0, green = 0, blue = 0;
+};
+
 // The classes as a model file: written after a run, or applied instead of
 // clustering.
 struct ModelSettings {
     std::string outPath;                            // the model file to publish; empty: none
     std::string parametersJson;                     // the host's parameters, as the model records them
     std::vector<std::vector<double>> applyCentres;  // non-empty: label with these, class k + 1 in row k
+    std::vector<ClassLook> applyLooks;              // with them, the name and colour of class k + 1 in entry k
 };
 
 // The input as Prepare found it.

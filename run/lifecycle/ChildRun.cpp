@@ -105,6 +105,7 @@ bool FinishResult(const ChildTask& task, const std::string& pluginResult, const 
     const OutputSettings& out = task.request.output;
     const bool convert = pluginResult != result;
     return CarryGcps(task.inputName, pluginResult, error) &&
+           CarryClassLooks(pluginResult, task.request.model.applyLooks, error) &&
            (!convert || ConvertResult(pluginResult, result, out.format, out.creationOptions, error)) &&
            (!IsResultFormat(out.format) || NameEnviHeader(result, FileNameOf(out.path), error));
 }

@@ -15,6 +15,7 @@
 #include "Publish.h"
 #include "RunFolder.h"
 
+#include <FileNames.h>
 #include <WorkingCopySize.h>
 
 #include <gdal.h>
@@ -90,10 +91,14 @@ RunReport Conclude(const RunFolder& folder, const ChildChannel& channel, const R
     const std::vector<Move> moves =
         MovesFor(folder, out, report.outcome == RunOutcome::Ok && !out.previewPath.empty(), request.model.outPath);
     const ResultFiles files = ResultFilesFor(out.path, out.format);
+    // Every side file an older result may have left, the plug-in format's
+    // header included: left beside a result of another format, GDAL would
+    // open the new file through it.
+    const std::vector<std::string> stale = ResultFilesFor(out.path, isodata::kResultFormat).All();
     Notice failure;
     const SignalsHeld held;
     if (watch.Received()) return Interrupted(watch.Received(), false);
-    if (!Publish(moves, files.All(), out.overwrite, failure)) {
+    if (!Publish(moves, stale, out.overwrite, failure)) {
         RunReport failed = Ended(RunOutcome::PublishFailed,
                                  "cannot put the result in place: " + failure.message + "; nothing was changed");
         failed.remedies = failure.remedies;

@@ -101,7 +101,10 @@ Check CheckApply(const RunAsk& ask, const InputFacts& facts, RunRequest& request
     if (!ReadModel(ask.apply, model, error)) return Refuse(AskField::Apply, error);
     if (Check problem = CheckModelBands(model, ask.apply, facts)) return problem;
     for (const ModelBand& b : model.bands) bands.push_back(b.band);
-    for (const ModelClass& c : model.classes) request.model.applyCentres.push_back(c.centre);
+    for (const ModelClass& c : model.classes) {
+        request.model.applyCentres.push_back(c.centre);
+        request.model.applyLooks.push_back({c.name, c.hasColour, c.red, c.green, c.blue});
+    }
     request.mask = model.mask;
     request.mask.maskRaster.clear();  // a mask raster belongs to the raster it was made for
     request.plainRules = model.plainRules;

@@ -73,4 +73,44 @@ bool NameEnviHeader(const std::string& raster, const std::string& name, std::str
     return false;
 }
 
+bool CarryClassLooks(const std::string& raster, const std::vector<ClassLook>& looks, std::string& error) {
+    if (looks.empty()) return true;
+    GDALDatasetUniquePtr ds(GDALDataset::Open(raster.c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));
+    GDALRasterBand* band = ds && ds->GetRasterCount() > 0 ? ds->GetRasterBand(1) : nullptr;
+    if (!band) {
+        error = "cannot give the classes the model's names and colours: the result cannot be opened";
+        return false;
+    }
+    CPLStringList names(CSLDuplicate(band->GetCategoryNames()));
+    GDALColorTable colours = band->GetColorTable() ? *band->GetColorTable() : GDALColorTable();
+    bool changed = false;
+    for (std::size_t k = 0; k < looks.size(); ++k) {
+        const int value = static_cast<int>(k) + 1;
+        const ClassLook& look = looks[k];
+        while (names.size() <= value) names.AddString("");
+        if (!look.name.empty() && look.name != names[value]) {
+            CPLFree(names.List()[value]);
+            names.List()[value] = CPLStrdup(look.name.c_str());
+            changed = true;
+        }
+        const GDALColorEntry* now = colours.GetColorEntry(value);
+        const GDALColorEntry wanted{static_cast<short>(look.red), static_cast<short>(look.green),
+                                    static_cast<short>(look.blue), 255};
+        if (look.hasColour && (!now || now->c1 != wanted.c1 || now->c2 != wanted.c2 || now->c3 != wanted.c3)) {
+            colours.SetColorEntry(value, &wanted);
+            changed = true;
+        }
+    }
+    if (!changed) return true;
+    // GDAL's ENVI driver writes the names and colours it is given as the
+    // header's classes, and would keep the header's old entries beside them.
+    for (const char* key : {"classes", "class_lookup", "class_names"})
+        if (ds->GetMetadataItem(key, "ENVI")) ds->SetMetadataItem(key, nullptr, "ENVI");
+    if (band->SetCategoryNames(names.List()) != CE_None || band->SetColorTable(&colours) != CE_None) {
+        error = std::string("cannot give the classes the model's names and colours: ") + CPLGetLastErrorMsg();
+        return false;
+    }
+    return true;
+}
+
 } // namespace isodata_run

@@ -155,6 +155,11 @@ TEST_F(CommandLineTest, SummarisesTheResultAndOverwriteLeavesNothingOfTheOld) {
     EXPECT_EQ(json["unclassified"].toInt(), 1);
     EXPECT_EQ(json["parameters"]["b"].toArray(), (QJsonArray{1, 2}));
     EXPECT_EQ(json["parameters"]["preview"].toString(), "p.png");
+    // Replaced by another format, the old header goes too: GDAL would open
+    // the new file through it.
+    r = Isodata("-q -overwrite -of GTiff scene.tif out");
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_FALSE(testsupport::FileExists(dir.File("out.hdr")));
 }
 
 TEST_F(CommandLineTest, NextRunRemovesTheFolderOfAKilledRun) {

@@ -11,6 +11,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <gdal_priv.h>
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -168,6 +170,37 @@ TEST_F(MasksAndModelsEndToEndTest, AModelThatDoesNotFitTheInputIsRefusedInOneLin
         EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
         EXPECT_FALSE(testsupport::FileExists(dir.File("a.img")));
     }
+}
+
+// A model whose class names and colours were edited gives them to the
+// rasters it labels, in ENVI and through a conversion alike.
+TEST_F(MasksAndModelsEndToEndTest, AppliedClassesTakeTheModelsNamesAndColours) {
+    testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Byte, 0));
+    ASSERT_EQ(Isodata(dir.Path(), {"-q", "-model-out", "model.json", "scene.tif", "run.img"}).exitCode, 0);
+    QJsonObject model = QJsonDocument::fromJson(QByteArray::fromStdString(testsupport::ReadText(dir.File("model.json")))).object();
+    QJsonArray classes = model["classes"].toArray();
+    QJsonObject first = classes[0].toObject();
+    first["name"] = "water";
+    first["colour"] = QJsonArray{1, 2, 3};
+    classes[0] = first;
+    model["classes"] = classes;
+    std::ofstream(dir.File("edited.json")) << QJsonDocument(model).toJson().toStdString();
+    for (const char* format : {"ENVI", "GTiff"}) {
+        const std::string out = std::string("app.") + format;
+        ASSERT_EQ(Isodata(dir.Path(), {"-q", "-of", format, "-apply", "edited.json", "scene.tif", out}).exitCode, 0);
+        const GDALDatasetUniquePtr ds(GDALDataset::Open(dir.File(out).c_str(), GDAL_OF_RASTER));
+        double transform[6];
+        (void)ds->GetGeoTransform(transform);  // GeoTIFF's driver reads the .aux.xml's names only then
+        GDALRasterBand* band = ds->GetRasterBand(1);
+        ASSERT_TRUE(band->GetCategoryNames()) << format;
+        ASSERT_TRUE(band->GetColorTable()) << format;
+        EXPECT_STREQ(band->GetCategoryNames()[1], "water");
+        const GDALColorEntry* e = band->GetColorTable()->GetColorEntry(1);
+        EXPECT_EQ((std::vector<short>{e->c1, e->c2, e->c3}), (std::vector<short>{1, 2, 3}));
+    }
+    // The pixels are the run's, whatever the names.
+    ASSERT_EQ(Isodata(dir.Path(), {"-q", "-apply", "edited.json", "scene.tif", "plain.img"}).exitCode, 0);
+    EXPECT_EQ(Bytes(dir.File("plain.img")), Bytes(dir.File("run.img")));
 }
 
 TEST_F(MasksAndModelsEndToEndTest, EveryThreadCountAndBudgetGivesTheSameClassesAndModel) {
