@@ -1,7 +1,7 @@
 // Which GDAL formats hold the class raster exactly. A format that rounds
-// values (JPEG, lossy WEBP, JPEG 2000 or JPEG XL), expands the colours into
-// bands, or only refers to other data (VRT) would publish something else
-// than the classes found.
+// values (JPEG, lossy WEBP, JPEG 2000, JPEG XL, or JPEG or WEBP tiles in a
+// GeoPackage), expands the colours into bands, or only refers to other data
+// (VRT) would publish something else than the classes found.
 #pragma once
 
 #include "OutputFormats.h"
@@ -19,8 +19,9 @@ std::string ExactFormatNames();
 // Why format, a GDAL driver that writes rasters, cannot hold the class
 // raster exactly with creationOptions (the person's, before the defaults
 // CreationOptionsFor adds); empty when it can. Known lossy settings and
-// reference formats are named; any other format that GDAL can write to
-// memory is tried on a small class raster of every value.
+// reference formats are named; any other format is tried on a small class
+// raster of every value, in GDAL's memory or, for a format that writes only
+// real files, in a temporary folder. The reason names no path.
 std::string WhyNotExact(const std::string& format, const std::vector<std::string>& creationOptions);
 
 // Whether copy holds what original holds: the size, every pixel, and the

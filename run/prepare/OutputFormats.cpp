@@ -3,10 +3,13 @@
 //  1. Reference formats and formats without Byte are refused by name.
 //  2. Creation options that compress with loss are refused by name, read
 //     as GDAL reads them (the first of a name counts), defaults included.
-//  3. Otherwise a 16 x 16 raster of all 256 values, with a colour table and
-//     class names, is written to GDAL's memory file system and compared with
-//     what comes back; formats that cannot write there are left to the
-//     run's own read-back.
+//  3. Otherwise a 16 x 16 raster of all 256 values, with a colour table,
+//     class names and a geotransform (tiled formats such as GPKG need one),
+//     is written to GDAL's memory file system and compared with what comes
+//     back. A format that writes only to real files (netCDF goes through its
+//     own library, which cannot reach GDAL's memory files) is written to a
+//     temporary folder instead, removed afterwards. A refusal quotes GDAL's
+//     message with the probe's file named in words, never by its path.
 #include "FormatJudgement.h"
 
 #include "Checks.h"
@@ -21,8 +24,11 @@
 
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
+#include <system_error>
 
 namespace isodata_run {
 namespace {
@@ -53,6 +59,11 @@ std::string LossySetting(const std::string& format, const CPLStringList& options
         ((Given("LOSSLESS") && !On(Given("LOSSLESS"))) ||
          (!Given("LOSSLESS") && (Given("DISTANCE") || Given("QUALITY")))))
         return "JPEG XL loses detail without LOSSLESS=YES";
+    if (EQUAL(format.c_str(), "GPKG") && Given("TILE_FORMAT")) {
+        const std::string tiles = Given("TILE_FORMAT");
+        if (EQUAL(tiles.c_str(), "JPEG")) return "TILE_FORMAT=JPEG changes pixel values";
+        if (EQUAL(tiles.c_str(), "WEBP")) return "TILE_FORMAT=WEBP loses detail";
+    }
     if (!EQUAL(format.c_str(), "GTiff") && !EQUAL(format.c_str(), "COG")) return {};
     const char* compress = Given("COMPRESS");
     if (!compress) return {};
@@ -92,31 +103,72 @@ GDALDatasetUniquePtr ProbeRaster() {
         return nullptr;
     band->SetColorTable(&colours);
     band->SetCategoryNames(names.List());
+    double transform[6] = {0, 1, 0, kProbeSide, 0, -1};  // a pixel a unit, north up
+    ds->SetGeoTransform(transform);
     return ds;
 }
 
-std::string Probe(GDALDriver* driver, const std::vector<std::string>& creationOptions) {
-    if (!On(driver->GetMetadataItem(GDAL_DCAP_VIRTUALIO))) return {};
+// GDAL's last message with the probe's files named in words, or a note
+// that it gave none.
+std::string LastMessage(const std::string& folder) {
+    std::string message = CPLGetLastErrorMsg();
+    for (size_t at; (at = message.find(folder)) != std::string::npos;) {
+        size_t end = at + folder.size();
+        while (end < message.size() && !std::isspace(static_cast<unsigned char>(message[end])) && message[end] != ',' &&
+               message[end] != ':' && message[end] != '\'' && message[end] != '"')
+            ++end;
+        message.replace(at, end - at, "a test file");
+    }
+    return message.empty() ? "GDAL gives no reason" : message;
+}
+
+// Writes the probe raster to folder and compares what comes back; the
+// reason it cannot, or empty. created tells whether GDAL made a dataset.
+std::string ProbeIn(const std::string& folder, GDALDriver* driver, const CPLStringList& options, bool& created) {
     const char* extension = driver->GetMetadataItem(GDAL_DMD_EXTENSION);
-    const std::string folder = "/vsimem/isodata-format-probe-" + std::to_string(getpid());
     const std::string path = folder + "/classes" + (extension && *extension ? std::string(".") + extension : "");
-    CPLStringList options;
-    for (const std::string& option : creationOptions) options.AddString(option.c_str());
     CPLErrorReset();
-    const isodata::QuietGdalErrors quiet;
     const GDALDatasetUniquePtr original = ProbeRaster();
-    std::string why;
     GDALDatasetUniquePtr copy(original ? driver->CreateCopy(path.c_str(), original.get(), FALSE, options.List(),
                                                             nullptr, nullptr)
                                        : nullptr);
-    if (copy) {
-        copy.reset();  // closing writes the file
-        copy.reset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    created = copy != nullptr;
+    if (!copy) return "GDAL cannot write it: " + LastMessage(folder);
+    copy.reset();  // closing writes the file
+    const std::string closing = CPLGetLastErrorType() >= CE_Failure ? LastMessage(folder) : "";
+    CPLErrorReset();
+    copy.reset(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    if (!copy) return "GDAL cannot read back what it wrote: " + (closing.empty() ? LastMessage(folder) : closing);
+    std::string why;
+    if (!SameClassRaster(*original, *copy, why)) why = "it comes back changed: " + why;
+    return why;
+}
+
+// A new empty folder in the system's temporary folder, or empty.
+std::string TemporaryFolder() {
+    std::error_code error;
+    const std::filesystem::path base = std::filesystem::temp_directory_path(error);
+    if (error) return {};
+    std::string pattern = (base / "isodata-format-probe-XXXXXX").string();
+    return mkdtemp(pattern.data()) ? pattern : std::string();
+}
+
+std::string Probe(GDALDriver* driver, const std::vector<std::string>& creationOptions) {
+    CPLStringList options;
+    for (const std::string& option : creationOptions) options.AddString(option.c_str());
+    const isodata::QuietGdalErrors quiet;
+    bool created = false;
+    if (On(driver->GetMetadataItem(GDAL_DCAP_VIRTUALIO))) {
+        const std::string folder = "/vsimem/isodata-format-probe-" + std::to_string(getpid());
+        std::string why = ProbeIn(folder, driver, options, created);
+        VSIRmdirRecursive(folder.c_str());
+        if (created) return why;
     }
-    if (!copy) why = std::string("GDAL cannot write it: ") + CPLGetLastErrorMsg();
-    else if (!SameClassRaster(*original, *copy, why)) why = "it comes back changed: " + why;
-    copy.reset();
-    VSIRmdirRecursive(folder.c_str());
+    const std::string folder = TemporaryFolder();
+    if (folder.empty()) return {};  // left to the run's own read-back
+    std::string why = ProbeIn(folder, driver, options, created);
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
     return why;
 }
 

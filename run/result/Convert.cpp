@@ -27,6 +27,8 @@ const std::vector<FormatDefaults>& Defaults() {
     static const std::vector<FormatDefaults> table = {
         {"GTiff", {"COMPRESS=DEFLATE"}},
         {"COG", {"COMPRESS=DEFLATE", "OVERVIEW_COMPRESS=DEFLATE", "RESAMPLING=NEAREST"}},
+        // AUTO tiles are JPEG where a full tile has no colour table to keep.
+        {"GPKG", {"TILE_FORMAT=PNG"}},
     };
     return table;
 }

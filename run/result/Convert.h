@@ -12,8 +12,9 @@ namespace isodata_run {
 bool NeedsConversion(const std::string& format, const std::vector<std::string>& creationOptions);
 
 // The creation options a format gets by default, with the person's own on
-// top: lossless compression for the GeoTIFF family, and nearest-neighbour
-// overviews for COG, since class numbers must never be averaged.
+// top: lossless compression for the GeoTIFF family, nearest-neighbour
+// overviews for COG, since class numbers must never be averaged, and PNG
+// tiles for GeoPackage, whose automatic choice may take JPEG.
 std::vector<std::string> CreationOptionsFor(const std::string& format, const std::vector<std::string>& given);
 
 // Copies the ENVI raster envi to target in format, and its RPC side file

@@ -1,8 +1,9 @@
 // The command with the real plug-in on the rasters GDAL users have, made
 // with GDAL's own tools: subdatasets of NetCDF, HDF4 and GeoTIFF files, a
 // container of several, a VRT with relative sources, open options, a FIFO,
-// an input placed by ground control points, outputs that would not hold the
-// classes exactly, and a scene too large for its disk. Each case checks the
+// an input placed by ground control points, netCDF and GeoPackage outputs,
+// outputs that would not hold the classes exactly, and a scene too large for
+// its disk. Each case checks the
 // exit status and message, that the classes are those of the same pixels
 // read from a plain GeoTIFF, and that nothing else of the folder changed.
 #include "Subprocess.h"
@@ -135,6 +136,12 @@ INSTANTIATE_TEST_SUITE_P(
         InputCase{"Jpeg", "JPEG", "true", {"-of", "JPEG", "scene.tif", "out.jpg"}, 1,
                   "-of JPEG cannot hold the class raster exactly (JPEG compression changes pixel values); use "
                   "GTiff, COG or ENVI"},
+        InputCase{"NetCdfOutput", "netCDF", "true", {"-of", "netCDF", "scene.tif", "out.nc"}, 0, "", "scene.tif"},
+        InputCase{"GeoPackageOutput", "GPKG", "true", {"-of", "GPKG", "scene.tif", "out.gpkg"}, 0, "", "scene.tif"},
+        InputCase{"GeoPackageWithJpegTiles", "GPKG", "true",
+                  {"-of", "GPKG", "-co", "TILE_FORMAT=JPEG", "scene.tif", "out.gpkg"}, 1,
+                  "-of GPKG with TILE_FORMAT=JPEG cannot hold the class raster exactly (TILE_FORMAT=JPEG changes "
+                  "pixel values); use GTiff, COG or ENVI"},
         InputCase{"Vrt", "", "true", {"-of", "VRT", "scene.tif", "out.vrt"}, 1,
                   "-of VRT cannot hold the class raster exactly (a VRT refers to other files instead of holding "
                   "the classes); use GTiff, COG or ENVI"},
