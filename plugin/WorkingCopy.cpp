@@ -43,7 +43,7 @@ constexpr std::size_t kWindowBytes = std::size_t{8} << 20;
 // The bound is cut in at most this many shares, one a lane (1 MB each of
 // kCopyBufferBytes): smaller reads would cost more calls than the memory
 // they save, so past that count fewer lanes than threads read side by side.
-constexpr std::size_t kMostShares = 32;
+constexpr std::size_t kMostShares = 16;
 
 struct Plan {
     GDALDataset* source = nullptr;  // the input, or the overview dataset GDAL would read
@@ -210,7 +210,8 @@ bool GatherGroup(const Plan& plan, const RowGroup& group, std::size_t windowByte
 // window may take, and how many lanes read side by side.
 struct LaneShape {
     int capacity = 1;
-    std::size_t windowBytes = 0;
+    std::size_t windowBytes = 0;    // the bound GatherGroup cuts windows to
+    std::size_t windowFloats = 0;   // the most a window holds: at least one block column
     std::size_t lanes = 1;
 };
 
@@ -238,8 +239,9 @@ LaneShape ShapeLanes(const Plan& plan, const std::vector<RowGroup>& groups, int 
         blockColumnBytes = std::max(blockColumnBytes,
                                     sourceRows * static_cast<std::size_t>(plan.blockWidth) * bands * sizeof(float));
     }
+    shape.windowFloats = std::max(shape.windowBytes, blockColumnBytes) / sizeof(float);
     const std::size_t laneBytes = static_cast<std::size_t>(shape.capacity) * rowBytes +
-                                  std::max(shape.windowBytes, blockColumnBytes);
+                                  shape.windowFloats * sizeof(float);
     shape.lanes = std::clamp<std::size_t>(budget / laneBytes, 1, std::max<std::size_t>(wanted, 1));
     return shape;
 }
@@ -274,7 +276,11 @@ bool CopyInOnePass(const Plan& plan, GDALDataset* input, GDALDataset* working, i
     std::vector<GDALDatasetUniquePtr> handles(lanes);
     std::vector<Plan> plans(lanes, plan);
     std::vector<Batch> batches(lanes, Batch(working, plan.bandMap.size(), width, shape.capacity));
+    // Every buffer is had here, on this thread: one a worker allocated would
+    // come from its thread's own malloc arena and might stay resident there
+    // after the copy, once for every arena.
     std::vector<std::vector<float>> windows(lanes);
+    for (std::vector<float>& window : windows) window.reserve(shape.windowFloats);
     for (std::size_t t = 1; t < lanes; ++t) {
         handles[t].reset(GDALDataset::Open(plan.source->GetDescription(), GDAL_OF_RASTER | GDAL_OF_READONLY));
         if (!handles[t]) return false;

@@ -20,7 +20,7 @@ enum class WorkingCopyRead {
 // window of source blocks for each lane reading side by side) take at most
 // together, whatever the thread count; a single group too large for it is
 // still read, by one lane.
-inline constexpr std::size_t kCopyBufferBytes = std::size_t{32} << 20;
+inline constexpr std::size_t kCopyBufferBytes = std::size_t{16} << 20;
 
 // Writes every band of input, reduced to width x height, into the band of the
 // same number of working. The pixels are those a whole-band nearest-neighbour
