@@ -217,10 +217,10 @@ struct LaneShape {
 
 // wanted lanes share budget bytes: each gets an equal part, at most a
 // window's worth for its batch and as much for its window, and at least one
-// of kMostShares. A batch holds at least
-// the largest group and at most the whole copy, a window at least one block
-// column of a group; lanes are as many as the budget holds at that size,
-// at least one, and no more than the runs to read.
+// of kMostShares. A batch holds at least the largest group and at most the
+// whole copy, a window at least one block column of a group; lanes are as
+// many as the budget holds at that size, at least one, at most wanted.
+// The window's most is reserved up front, so no read grows it on a worker.
 LaneShape ShapeLanes(const Plan& plan, const std::vector<RowGroup>& groups, int width, std::size_t wanted,
                      std::size_t budget) {
     const std::size_t bands = plan.bandMap.size();
