@@ -90,10 +90,16 @@ struct WindowSlot {
 };
 
 // Readers working ahead of the labelling: one, or up to this many with
-// handles of their own.
+// handles of their own, as many as kReadAheadBytes holds windows of.
 constexpr int kMostReaders = 4;
+// Bytes the readers' windows take together when there are several: two of
+// the widest windows. The windows keep their shape (the figures are summed
+// window by window), so large windows mean fewer readers, whatever the
+// thread count.
+constexpr std::size_t kReadAheadBytes = 2 * kWindowBytes;
 
-// The ring of slots of a pass, one a reader: while window i is labelled the
+// The ring of slots of a pass, one a reader (at most kMostReaders, and as
+// many windows as kReadAheadBytes holds): while window i is labelled the
 // readers fill windows i + 1 to i + readers - 1, and window i + readers
 // takes window i's slot only once its labelling is done. Several readers
 // load side by side, so each slot but the first reads through a handle of
@@ -106,7 +112,10 @@ std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataS
     const ValidityRules& rules = options.validity;
     const bool ownMasks = !rules.maskRaster && (!rules.maskBandsOf || rules.maskBandsOf == source->GetGDALDataset());
     const int threads = options.pool ? options.pool->Threads() : 1;
-    const int readers = ownMasks ? std::min(threads, kMostReaders) : 1;
+    const std::size_t windowBytes = static_cast<std::size_t>(shape.rows) * static_cast<std::size_t>(shape.columns) *
+                                    std::max<std::size_t>(bandIndices.size(), 1) * sizeof(float);
+    const int fit = static_cast<int>(std::clamp<std::size_t>(kReadAheadBytes / windowBytes, 1, kMostReaders));
+    const int readers = ownMasks ? std::min(threads, fit) : 1;
     std::vector<std::unique_ptr<WindowSlot>> slots;
     slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules, figures));
     for (int i = 1; i < readers; ++i) {

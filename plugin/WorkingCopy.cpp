@@ -9,10 +9,13 @@
 //     whole blocks, all bands at once, and gather the picked pixels.
 //  3. Write the gathered rows of all bands in one call per batch.
 // The groups are cut into runs that fill a batch each, and a round of runs
-// goes to the threads, one run a thread, each reading through a handle of
-// its own on the input; the calling thread writes their batches in row
-// order, so the same pixels land in the same rows. One thread is a round of
-// one run, read on the calling thread.
+// goes to the lanes, one run a lane, each reading through a handle of its
+// own on the input; the calling thread writes their batches in row order,
+// so the same pixels land in the same rows. The lanes' batches and windows
+// share one byte bound (kCopyBufferBytes): more threads get smaller
+// buffers, down to a floor, and past that fewer lanes than threads read
+// side by side, so neither buffers nor handles grow with the thread count.
+// One thread is a round of one run, read on the calling thread.
 // Inputs whose driver may pick other pixels, and any failed read, take
 // GDAL's whole-band read of every band instead, into a buffer whose resident
 // pages go back to the kernel as it fills (ReducedRead.h), so memory stays
@@ -34,8 +37,13 @@ namespace isodata {
 
 namespace {
 
-// Bytes of floats read per window and gathered per write; bounds the buffers.
+// Bytes of floats read per window and gathered per write at most, and the
+// strips of the whole-band copy.
 constexpr std::size_t kWindowBytes = std::size_t{8} << 20;
+// The bound is cut in at most this many shares, one a lane (1 MB each of
+// kCopyBufferBytes): smaller reads would cost more calls than the memory
+// they save, so past that count fewer lanes than threads read side by side.
+constexpr std::size_t kMostShares = 16;
 
 struct Plan {
     GDALDataset* source = nullptr;  // the input, or the overview dataset GDAL would read
@@ -164,14 +172,16 @@ private:
 
 // Reads the source rows of one group in column windows of whole blocks and
 // gathers the picked pixels into the batch. False when a read fails.
-bool GatherGroup(const Plan& plan, const RowGroup& group, std::vector<float>& window, Batch& batch) {
+// windowBytes bounds the window, which is at least one block wide.
+bool GatherGroup(const Plan& plan, const RowGroup& group, std::size_t windowBytes, std::vector<float>& window,
+                 Batch& batch) {
     std::vector<int> bandMap = plan.bandMap;
     const std::size_t bands = bandMap.size();
     const int width = static_cast<int>(plan.columns.size());
     const int y0 = plan.rows[static_cast<std::size_t>(group.begin)];
     const int rows = plan.rows[static_cast<std::size_t>(group.end - 1)] + 1 - y0;
     const std::size_t blockBytes = static_cast<std::size_t>(rows) * bands * sizeof(float) * plan.blockWidth;
-    const int span = static_cast<int>(std::max<std::size_t>(1, kWindowBytes / blockBytes)) * plan.blockWidth;
+    const int span = static_cast<int>(std::max<std::size_t>(1, windowBytes / blockBytes)) * plan.blockWidth;
     for (int j0 = 0; j0 < width;) {
         const int x0 = plan.columns[static_cast<std::size_t>(j0)];
         const int end = x0 / plan.blockWidth * plan.blockWidth + span;
@@ -196,12 +206,44 @@ bool GatherGroup(const Plan& plan, const RowGroup& group, std::vector<float>& wi
     return true;
 }
 
-// Rows a batch holds: a window's worth, and at least the largest group.
-int BatchRows(const Plan& plan, const std::vector<RowGroup>& groups, int width) {
-    const std::size_t rowBytes = plan.bandMap.size() * static_cast<std::size_t>(width) * sizeof(float);
-    int capacity = static_cast<int>(std::max<std::size_t>(1, kWindowBytes / rowBytes));
-    for (const RowGroup& g : groups) capacity = std::max(capacity, g.end - g.begin);
-    return capacity;
+// How the one pass's buffers are laid out: rows a batch holds, bytes a
+// window may take, and how many lanes read side by side.
+struct LaneShape {
+    int capacity = 1;
+    std::size_t windowBytes = 0;    // the bound GatherGroup cuts windows to
+    std::size_t windowFloats = 0;   // the most a window holds: at least one block column
+    std::size_t lanes = 1;
+};
+
+// wanted lanes share budget bytes: each gets an equal part, at most a
+// window's worth for its batch and as much for its window, and at least one
+// of kMostShares. A batch holds at least the largest group and at most the
+// whole copy, a window at least one block column of a group; lanes are as
+// many as the budget holds at that size, at least one, at most wanted.
+// The window's most is reserved up front, so no read grows it on a worker.
+LaneShape ShapeLanes(const Plan& plan, const std::vector<RowGroup>& groups, int width, std::size_t wanted,
+                     std::size_t budget) {
+    const std::size_t bands = plan.bandMap.size();
+    const std::size_t share = std::clamp(budget / std::max<std::size_t>(wanted, 1),
+                                         budget / kMostShares, 2 * kWindowBytes);
+    LaneShape shape;
+    shape.windowBytes = share / 2;
+    const std::size_t rowBytes = bands * static_cast<std::size_t>(width) * sizeof(float);
+    const std::size_t rows = std::max<std::size_t>(1, shape.windowBytes / rowBytes);
+    shape.capacity = static_cast<int>(std::min(rows, plan.rows.size()));
+    std::size_t blockColumnBytes = 0;
+    for (const RowGroup& g : groups) {
+        shape.capacity = std::max(shape.capacity, g.end - g.begin);
+        const std::size_t sourceRows = static_cast<std::size_t>(plan.rows[static_cast<std::size_t>(g.end - 1)] + 1 -
+                                                                plan.rows[static_cast<std::size_t>(g.begin)]);
+        blockColumnBytes = std::max(blockColumnBytes,
+                                    sourceRows * static_cast<std::size_t>(plan.blockWidth) * bands * sizeof(float));
+    }
+    shape.windowFloats = std::max(shape.windowBytes, blockColumnBytes) / sizeof(float);
+    const std::size_t laneBytes = static_cast<std::size_t>(shape.capacity) * rowBytes +
+                                  shape.windowFloats * sizeof(float);
+    shape.lanes = std::clamp<std::size_t>(budget / laneBytes, 1, std::max<std::size_t>(wanted, 1));
+    return shape;
 }
 
 // Runs of whole groups that fill one batch each: [first, end) of groups.
@@ -224,14 +266,21 @@ std::vector<std::pair<std::size_t, std::size_t>> Runs(const std::vector<RowGroup
 // while reading are raised again here. With one lane (one thread, or an
 // overview as the source, which has no handle of its own to be had) each
 // round is one run read on this thread through the plan's source.
-bool CopyInOnePass(const Plan& plan, GDALDataset* input, GDALDataset* working, int width, WorkerPool* pool) {
+bool CopyInOnePass(const Plan& plan, GDALDataset* input, GDALDataset* working, int width, WorkerPool* pool,
+                   std::size_t budget) {
     const std::vector<RowGroup> groups = GroupRows(plan);
-    const int capacity = BatchRows(plan, groups, width);
-    const auto runs = Runs(groups, capacity);
-    const std::size_t lanes = pool && plan.source == input ? static_cast<std::size_t>(pool->Threads()) : 1;
+    const std::size_t threads = pool && plan.source == input ? static_cast<std::size_t>(pool->Threads()) : 1;
+    const LaneShape shape = ShapeLanes(plan, groups, width, threads, budget);
+    const auto runs = Runs(groups, shape.capacity);
+    const std::size_t lanes = std::min(shape.lanes, runs.size());
     std::vector<GDALDatasetUniquePtr> handles(lanes);
     std::vector<Plan> plans(lanes, plan);
-    std::vector<Batch> batches(lanes, Batch(working, plan.bandMap.size(), width, capacity));
+    std::vector<Batch> batches(lanes, Batch(working, plan.bandMap.size(), width, shape.capacity));
+    // Every buffer is had here, on this thread: one a worker allocated would
+    // come from its thread's own malloc arena and might stay resident there
+    // after the copy, once for every arena.
+    std::vector<std::vector<float>> windows(lanes);
+    for (std::vector<float>& window : windows) window.reserve(shape.windowFloats);
     for (std::size_t t = 1; t < lanes; ++t) {
         handles[t].reset(GDALDataset::Open(plan.source->GetDescription(), GDAL_OF_RASTER | GDAL_OF_READONLY));
         if (!handles[t]) return false;
@@ -244,11 +293,10 @@ bool CopyInOnePass(const Plan& plan, GDALDataset* input, GDALDataset* working, i
         ForEachPiece(pool, count, [&](std::size_t t) {
             GdalErrorCapture capture;
             const auto [begin, end] = runs[first + t];
-            std::vector<float> window;
             batches[t].StartAt(groups[begin].begin);
             ok[t] = true;
             for (std::size_t g = begin; g < end && ok[t]; ++g) {
-                ok[t] = GatherGroup(plans[t], groups[g], window, batches[t]);
+                ok[t] = GatherGroup(plans[t], groups[g], shape.windowBytes, windows[t], batches[t]);
                 batches[t].Commit(groups[g].end - groups[g].begin);
             }
             errors[t] = capture.Take();
@@ -288,9 +336,10 @@ void CopyBandByBand(GDALDataset* input, GDALDataset* working, int width, int hei
 } // namespace
 
 WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
-                                 std::size_t heapBytes, WorkerPool* pool, bool useOverviews) {
+                                 std::size_t heapBytes, WorkerPool* pool, bool useOverviews,
+                                 std::size_t bufferBytes) {
     if (const auto plan = MakePlan(input, working, width, height, useOverviews)) {
-        if (CopyInOnePass(*plan, input, working, width, pool)) return WorkingCopyRead::OnePass;
+        if (CopyInOnePass(*plan, input, working, width, pool, bufferBytes)) return WorkingCopyRead::OnePass;
     }
     // A failed read may have left part of the copy written; the whole-band
     // read writes all of it again.

@@ -16,6 +16,12 @@ enum class WorkingCopyRead {
     PerBand,  // one whole-band resampled read per band
 };
 
+// Bytes that the one-pass copy's buffers (a batch of gathered rows and a
+// window of source blocks for each lane reading side by side) take at most
+// together, whatever the thread count; a single group too large for it is
+// still read, by one lane.
+inline constexpr std::size_t kCopyBufferBytes = std::size_t{16} << 20;
+
 // Writes every band of input, reduced to width x height, into the band of the
 // same number of working. The pixels are those a whole-band nearest-neighbour
 // RasterIO into a width x height Float32 buffer gives, overview choice
@@ -24,11 +30,13 @@ enum class WorkingCopyRead {
 // heapBytes a band and into a mapped scratch file beside working beyond.
 // Transfer errors are not reported. With pool, the one-pass read is shared
 // out to its threads; the copy is the same.
+// bufferBytes bounds the one-pass copy's buffers (kCopyBufferBytes): more
+// threads share it, in smaller buffers or fewer lanes; the copy is the same.
 // Without useOverviews the pixels are those of the same read of the input
 // opened without its overviews: GDAL's nearest-neighbour pick from the
 // full-resolution band.
 WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
                                  std::size_t heapBytes = kHeapReadBytes, WorkerPool* pool = nullptr,
-                                 bool useOverviews = true);
+                                 bool useOverviews = true, std::size_t bufferBytes = kCopyBufferBytes);
 
 } // namespace isodata

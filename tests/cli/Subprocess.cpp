@@ -1,6 +1,7 @@
 #include "Subprocess.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,12 +23,13 @@ std::string Contents(FILE* file) {
     return text;
 }
 
-// Waits for the child, sending the interruption when its marker shows up.
-int Watch(pid_t pid, FILE* out, const Interruption& interruption, bool& interrupted) {
+// Waits for the child, sending the interruption when its marker shows up;
+// usage receives the child's resource use once it has ended.
+int Watch(pid_t pid, FILE* out, const Interruption& interruption, bool& interrupted, rusage& usage) {
     bool sent = interruption.signal == 0;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
     int status = 0;
-    while (waitpid(pid, &status, sent ? 0 : WNOHANG) == 0) {
+    while (wait4(pid, &status, sent ? 0 : WNOHANG, &usage) == 0) {
         if (Contents(out).find(interruption.marker) != std::string::npos) {
             kill(interruption.toGroup ? -pid : pid, interruption.signal);
             if (interruption.whileStopped) {
@@ -65,8 +67,10 @@ ProcessResult RunProcess(const std::vector<std::string>& args, const std::vector
     }
     setpgid(pid, pid);  // also from here, so the group exists before any signal
     bool interrupted = false;
-    const int status = pid > 0 ? Watch(pid, out, interruption, interrupted) : -1;
-    ProcessResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents(out), Contents(err), interrupted};
+    rusage usage{};
+    const int status = pid > 0 ? Watch(pid, out, interruption, interrupted, usage) : -1;
+    ProcessResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents(out), Contents(err), interrupted,
+                         usage.ru_maxrss};
     std::fclose(out);
     std::fclose(err);
     return result;

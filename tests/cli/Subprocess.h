@@ -9,11 +9,14 @@
 namespace clitest {
 
 // exitCode is -1 when the program did not exit normally; interrupted says
-// whether the interruption's marker showed up and its signal was sent.
+// whether the interruption's marker showed up and its signal was sent;
+// peakKilobytes is the child's peak resident memory as the kernel counted it
+// (what `time -v` calls its maximum resident set size).
 struct ProcessResult {
     int exitCode = -1;
     std::string out, err;
     bool interrupted = false;
+    long peakKilobytes = 0;
 };
 
 // A signal sent once stdout shows marker: to the whole process group, as a

@@ -106,14 +106,18 @@ TEST_P(WorkingCopyTest, HoldsThePixelsOfTheWholeBandReadForEveryThreadCount) {
     ASSERT_TRUE(input);
     const std::vector<float> expected = ReferenceCopy(*input, c.reducedWidth, c.reducedHeight);
     GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
-    for (const int threads : {1, 2, 5}) {
-        SCOPED_TRACE(std::to_string(threads) + " threads");
-        isodata::WorkerPool pool(threads);
-        GDALDatasetUniquePtr working(mem->Create("", c.reducedWidth, c.reducedHeight, 3, GDT_Float32, nullptr));
-        EXPECT_EQ(isodata::WriteWorkingCopy(input.get(), working.get(), c.reducedWidth, c.reducedHeight,
-                                            isodata::kHeapReadBytes, &pool),
-                  c.expected);
-        EXPECT_EQ(ReadAll(*working), expected);
+    // A bound of a few kilobytes cuts these small inputs into runs of a row
+    // or a few, read by several lanes in turn, fewer than the threads.
+    for (const std::size_t bound : {isodata::kCopyBufferBytes, std::size_t{8} << 10, std::size_t{1}}) {
+        for (const int threads : {1, 2, 5, 7}) {
+            SCOPED_TRACE(std::to_string(threads) + " threads, bound " + std::to_string(bound));
+            isodata::WorkerPool pool(threads);
+            GDALDatasetUniquePtr working(mem->Create("", c.reducedWidth, c.reducedHeight, 3, GDT_Float32, nullptr));
+            EXPECT_EQ(isodata::WriteWorkingCopy(input.get(), working.get(), c.reducedWidth, c.reducedHeight,
+                                                isodata::kHeapReadBytes, &pool, true, bound),
+                      c.expected);
+            EXPECT_EQ(ReadAll(*working), expected);
+        }
     }
 }
 
