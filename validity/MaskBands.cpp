@@ -8,7 +8,8 @@
 
 namespace isodata {
 
-std::vector<MaskBandChoice> ChooseMaskBands(GDALDataset* dataset, const std::vector<std::uint32_t>& bandIndices) {
+std::vector<MaskBandChoice> ChooseMaskBands(GDALDataset* dataset, const std::vector<std::uint32_t>& bandIndices,
+                                            int alphaIndex) {
     std::vector<MaskBandChoice> chosen;
     if (!dataset) return chosen;
     for (std::size_t entry = 0; entry < bandIndices.size(); ++entry) {
@@ -23,7 +24,26 @@ std::vector<MaskBandChoice> ChooseMaskBands(GDALDataset* dataset, const std::vec
             continue;
         chosen.push_back({mask, band, flags, entry});
     }
+    if (alphaIndex >= 0 && alphaIndex < dataset->GetRasterCount()) {
+        GDALRasterBand* alpha = dataset->GetRasterBand(alphaIndex + 1);
+        if (std::none_of(chosen.begin(), chosen.end(), [alpha](const MaskBandChoice& c) { return c.mask == alpha; }))
+            chosen.push_back({alpha, alpha, GMF_ALPHA | GMF_PER_DATASET, 0});
+    }
     return chosen;
+}
+
+int UnmaskedAlphaBand(GDALDataset* dataset, const std::vector<std::uint32_t>& bandIndices) {
+    if (!dataset) return -1;
+    for (int b = 1; b <= dataset->GetRasterCount(); ++b) {
+        GDALRasterBand* alpha = dataset->GetRasterBand(b);
+        if (alpha->GetColorInterpretation() != GCI_AlphaBand) continue;
+        const bool masked = std::any_of(bandIndices.begin(), bandIndices.end(), [&](std::uint32_t index) {
+            return index < static_cast<std::uint32_t>(dataset->GetRasterCount()) &&
+                   dataset->GetRasterBand(static_cast<int>(index) + 1)->GetMaskBand() == alpha;
+        });
+        return masked ? -1 : b - 1;
+    }
+    return -1;
 }
 
 } // namespace isodata

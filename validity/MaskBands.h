@@ -23,6 +23,14 @@ struct MaskBandChoice {
 // in band-list order. A per-dataset mask serves every band and is taken once;
 // bands whose mask is "all valid" are left out, since such a mask can exclude
 // nothing, and so are indices the dataset lacks. Empty for a null dataset.
-std::vector<MaskBandChoice> ChooseMaskBands(GDALDataset* dataset, const std::vector<std::uint32_t>& bandIndices);
+// alphaIndex, when not negative, is a 0-based alpha band of dataset that no
+// chosen band has as its mask (GDAL gives alpha masks to gray + alpha and
+// RGBA only); it is taken as one more mask band, 0 where transparent.
+std::vector<MaskBandChoice> ChooseMaskBands(GDALDataset* dataset, const std::vector<std::uint32_t>& bandIndices,
+                                            int alphaIndex = -1);
+
+// The 0-based alpha band of dataset (by its colour interpretation) that no
+// chosen band has as its mask; -1 when there is none.
+int UnmaskedAlphaBand(GDALDataset* dataset, const std::vector<std::uint32_t>& bandIndices);
 
 } // namespace isodata

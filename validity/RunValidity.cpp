@@ -84,8 +84,14 @@ bool RunValidity::Open(GDALDataset* input, const stIsodataRunOptions& options,
     }
     // Mask bands that are all valid exclude nothing; a negative index is one
     // the dataset lacks.
-    if (ChooseMaskBands(rules_.maskBandsOf, std::vector<std::uint32_t>(bandIndices.begin(), bandIndices.end())).empty())
+    const std::vector<std::uint32_t> indices(bandIndices.begin(), bandIndices.end());
+    // An alpha band GDAL gives no chosen band as its mask (beside more than
+    // three colour bands, say) is honoured as one all the same.
+    if (options.datasetMasks) rules_.alphaIndex = UnmaskedAlphaBand(input, indices);
+    if (ChooseMaskBands(rules_.maskBandsOf, indices, rules_.alphaIndex).empty()) {
         rules_.maskBandsOf = nullptr;
+        rules_.alphaIndex = -1;
+    }
     if (!options.maskRasterPath.isEmpty()) {
         const QByteArray path = options.maskRasterPath.toUtf8();
         maskRaster_.reset(GDALDataset::Open(path.constData(), GDAL_OF_RASTER | GDAL_OF_READONLY));

@@ -110,7 +110,7 @@ void* AsBandValues(GDALDataType type, const float* values, std::size_t n, std::v
 
 ValidityReader::ValidityReader(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices)
     : rules_(rules) {
-    for (const MaskBandChoice& c : ChooseMaskBands(rules_.maskBandsOf, bandIndices)) {
+    for (const MaskBandChoice& c : ChooseMaskBands(rules_.maskBandsOf, bandIndices, rules_.alphaIndex)) {
         const bool fromValues = c.flags == GMF_NODATA && FloatHoldsExactly(c.band->GetRasterDataType());
         maskBands_.push_back({c.mask, fromValues ? c.band : nullptr, c.entry});
     }

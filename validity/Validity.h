@@ -20,6 +20,7 @@ namespace isodata {
 struct ValidityRules {
     GDALDataset* maskBandsOf = nullptr;  // the mask bands of the chosen bands of this dataset
     GDALDataset* maskRaster = nullptr;   // band 1; only 0 excludes, its nodata is ignored
+    int alphaIndex = -1;                 // an alpha band of maskBandsOf read as a mask too (UnmaskedAlphaBand)
     bool nonFinite = false;
     bool Any() const { return maskBandsOf || maskRaster || nonFinite; }
 };

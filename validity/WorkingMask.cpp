@@ -84,7 +84,7 @@ GDALDataType NoDataWorkType(GDALDataType type) {
 MaskSources MaskSourcesOf(const ValidityRules& rules, const std::vector<std::uint32_t>& bandIndices,
                           GDALDataset* input) {
     MaskSources sources;
-    for (const MaskBandChoice& c : ChooseMaskBands(rules.maskBandsOf, bandIndices)) {
+    for (const MaskBandChoice& c : ChooseMaskBands(rules.maskBandsOf, bandIndices, rules.alphaIndex)) {
         const GDALDataType type = c.band->GetRasterDataType();
         const bool nodata = c.flags == GMF_NODATA && dynamic_cast<GDALNoDataMaskBand*>(c.mask);
         const bool derived = nodata && NoDataWorkType(type) != GDT_Unknown;

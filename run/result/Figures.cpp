@@ -38,6 +38,9 @@ std::string MaskBandKind(GDALDataset* ds, const RunRequest& request) {
         if (flags & GMF_ALPHA) return "alpha band";
         if (flags & GMF_PER_DATASET) return "mask band";
     }
+    // An alpha band no chosen band has as its mask is read as one too.
+    for (int b = 1; ds && request.mask.datasetMasks && b <= ds->GetRasterCount(); ++b)
+        if (ds->GetRasterBand(b)->GetColorInterpretation() == GCI_AlphaBand) return "alpha band";
     return "nodata";
 }
 
