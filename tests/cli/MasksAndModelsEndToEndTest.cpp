@@ -2,8 +2,7 @@
 // data (NaN, a nodata value, 0-fill, an alpha band, a mask raster): those
 // pixels are 0 in the result and counted apart; a scene with nothing valid
 // is refused. A run's model applied to its scene, or to tiles of it run as
-// independent jobs, gives the run's bytes; every thread count and budget
-// gives the same run.
+// independent jobs, gives the run's bytes.
 #include "Subprocess.h"
 #include "support/TestSupport.h"
 
@@ -162,7 +161,6 @@ TEST_F(MasksAndModelsEndToEndTest, AModelThatDoesNotFitTheInputIsRefusedInOneLin
     const struct { Args args; const char* says; } cases[] = {
         {{"-apply", "model.json", "wide.tif", "a.img"}, "band 1 of the input is UInt16, the model's classes were made on Byte"},
         {{"-apply", "v9.json", "scene.tif", "a.img"}, "is of format version 9"},
-        {{"-apply", "model.json", "-b", "1", "scene.tif", "a.img"}, "-b cannot go with a model to apply"},
     };
     for (const auto& c : cases) {
         const clitest::ProcessResult r = Isodata(dir.Path(), c.args);
@@ -201,29 +199,6 @@ TEST_F(MasksAndModelsEndToEndTest, AppliedClassesTakeTheModelsNamesAndColours) {
     // The pixels are the run's, whatever the names.
     ASSERT_EQ(Isodata(dir.Path(), {"-q", "-apply", "edited.json", "scene.tif", "plain.img"}).exitCode, 0);
     EXPECT_EQ(Bytes(dir.File("plain.img")), Bytes(dir.File("run.img")));
-}
-
-TEST_F(MasksAndModelsEndToEndTest, EveryThreadCountAndBudgetGivesTheSameClassesAndModel) {
-    std::vector<char> first, firstModel;
-    for (const Args& resources : {Args{"-threads", "1", "-mem", "0"}, Args{"-threads", "2"}, Args{"-threads", "7", "-mem", "1"}}) {
-        const testsupport::TempDir d;
-        Args args = resources;
-        args.insert(args.end(), {"-q", "-model-out", "model.json", ISODATA_SAMPLE_SCENE, "classes.img"});
-        ASSERT_EQ(Isodata(d.Path(), args).exitCode, 0);
-        if (first.empty()) {
-            first = Bytes(d.File("classes.img"));
-            firstModel = Bytes(d.File("model.json"));
-            continue;
-        }
-        EXPECT_EQ(Bytes(d.File("classes.img")), first) << resources[1];
-        // The parameters name the resources; everything else is the same.
-        QJsonObject a = QJsonDocument::fromJson(QByteArray(firstModel.data(), firstModel.size())).object();
-        QJsonObject b = QJsonDocument::fromJson(QByteArray(Bytes(d.File("model.json")).data(),
-                                                           Bytes(d.File("model.json")).size())).object();
-        a.remove("parameters");
-        b.remove("parameters");
-        EXPECT_EQ(a, b) << resources[1];
-    }
 }
 
 } // namespace
