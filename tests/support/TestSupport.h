@@ -51,6 +51,15 @@ struct RasterTable {
 
 // Writes a GeoTIFF with the given values, 30 m pixels in UTM zone 33N.
 void WriteRaster(const std::string& path, const RasterTable& table);
+inline std::string WriteRasterIn(const TempDir& dir, const std::string& name, const RasterTable& table) {
+    WriteRaster(dir.File(name), table);
+    return dir.File(name);
+}
+
+// Every band of ds read whole at width x height as Float32, one band after
+// the other: what a reduced copy of ds must hold. Read errors fail the test
+// unless tolerated (a damaged input's).
+std::vector<float> ReadBandsAt(GDALDatasetH ds, int width, int height, bool tolerateErrors = false);
 
 // width x height, three bands holding (3x + 5y + b) % 11 + offset: small
 // values that repeat, so that nodata values and zeros occur; the value
