@@ -25,9 +25,8 @@ isodata::LabelCenters Centers(const std::vector<std::vector<float>>& rows, std::
 }
 
 // The result pass from dir's source.tif into the ENVI class raster
-// classes.img, read back with its reports and figures; the source's own
-// masks join the rules when maskBands is set, and class names and colours
-// for classNames classes go into the header when it is positive.
+// classes.img, read back with its reports and figures; class names and
+// colours for classNames classes go into the header when it is positive.
 struct Labelled {
     std::vector<double> labels;
     testsupport::Reports reports;
@@ -35,7 +34,7 @@ struct Labelled {
 };
 
 Labelled Label(const testsupport::TempDir& dir, const std::vector<std::uint32_t>& bands,
-               const isodata::LabelCenters& centers, isodata::ResultPassOptions options = {}, bool maskBands = false,
+               const isodata::LabelCenters& centers, const isodata::ResultPassOptions& options = {},
                int classNames = 0) {
     Labelled out;
     auto& factory = *KalDataSource::DatasetFactory::Instance();
@@ -46,7 +45,6 @@ Labelled Label(const testsupport::TempDir& dir, const std::vector<std::uint32_t>
         const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), source->GetGDALDataset()->GetRasterXSize(),
                                                         source->GetGDALDataset()->GetRasterYSize(), 1,
                                                         KalDataSource::PDT_Byte, "ENVI");
-        if (maskBands) options.validity.maskBandsOf = source->GetGDALDataset();
         isodata::GenerateResultRaster(source, result, bands, centers, testsupport::RecordProgress, &out.reports, options,
                                       &out.figures);
         if (classNames > 0) isodata::AttachClassMetadata(result, BuildClassMetadata(classNames));
@@ -83,7 +81,7 @@ TEST(ResultFileTest, ClassNumbersKeepTheirLowByteEveryRowReportsAndNamesAndColou
     testsupport::WriteRaster(dir.File("source.tif"), {5, kHeight, GDT_Float32, bands});
     std::vector<std::vector<float>> centres;
     for (int c = 1; c <= 300; ++c) centres.push_back({10.0f * c});
-    const auto [labels, reports, figures] = Label(dir, {1}, Centers(centres, 1), {}, false, 3);
+    const auto [labels, reports, figures] = Label(dir, {1}, Centers(centres, 1), {}, 3);
     for (int y = 0; y < kHeight; ++y)
         EXPECT_EQ(std::vector<double>(labels.begin() + 5 * y, labels.begin() + 5 * y + 5),
                   (std::vector<double>{0, 44, y + 1.0, 0, 255})) << "row " << y;
@@ -138,47 +136,6 @@ TEST(ResultFileTest, NonFinitePixelsAreCountedApartOrExcludedByTheirRule) {
         EXPECT_EQ(figures.unclassified.nonFinite, rule ? 0 : 3);
         EXPECT_EQ(figures.unclassified.beyondReach, 1);
         EXPECT_EQ(figures.unclassified.background, 1);
-    }
-}
-
-// Threads change how fast, never what: over a striped input of several
-// strips with its own nodata masks and NaNs (so that several readers load
-// ahead through handles of their own), every thread count writes the bytes,
-// the progress and the figures of one thread.
-TEST(ResultFileTest, EveryThreadCountGivesTheBytesReportsAndFiguresOfOne) {
-    constexpr int kWidth = 37, kHeight = 90;
-    testsupport::TempDir dir;
-    testsupport::RasterTable table = testsupport::RepeatingTable(GDT_Float32, kWidth, kHeight);
-    table.nodata = {7};
-    testsupport::WriteRaster(dir.File("source.tif"), table);
-    const auto centers = Centers({{1, 1, 1}, {4, 5, 6}, {9, 8, 7}}, 3);
-    const auto run = [&](int threads) {
-        isodata::WorkerPool pool(threads);
-        isodata::ResultPassOptions options;
-        options.validity.nonFinite = true;
-        options.classStatistics = true;
-        options.pool = &pool;
-        return Label(dir, {2, 0, 1}, centers, options, true);
-    };
-    const Labelled one = run(1);
-    EXPECT_GT(one.figures.excluded.byMaskBands, 0);
-    EXPECT_GT(one.figures.excluded.byNonFinite, 0);
-    ASSERT_EQ(one.reports.size(), kHeight + 1u);
-    for (const int threads : {2, 3, 5}) {
-        SCOPED_TRACE(std::to_string(threads) + " threads");
-        const Labelled many = run(threads);
-        EXPECT_EQ(many.labels, one.labels);
-        EXPECT_EQ(many.reports, one.reports);
-        EXPECT_EQ(many.figures.excluded.pixels, one.figures.excluded.pixels);
-        EXPECT_EQ(many.figures.excluded.byMaskBands, one.figures.excluded.byMaskBands);
-        EXPECT_EQ(many.figures.excluded.byNonFinite, one.figures.excluded.byNonFinite);
-        EXPECT_EQ(many.figures.unclassified.beyondReach, one.figures.unclassified.beyondReach);
-        ASSERT_EQ(many.figures.classes.size(), one.figures.classes.size());
-        for (std::size_t c = 0; c < one.figures.classes.size(); ++c) {
-            EXPECT_EQ(many.figures.classes[c].pixels, one.figures.classes[c].pixels);
-            EXPECT_EQ(many.figures.classes[c].mean, one.figures.classes[c].mean);
-            EXPECT_EQ(many.figures.classes[c].stddev, one.figures.classes[c].stddev);
-        }
     }
 }
 

@@ -32,6 +32,7 @@ struct Scene {
     int width, height, bands;
     GDALDataType type;
     int alphaBand = 0;  // 1-based; 0 for none
+    bool nodataZero = false;  // every band declares nodata 0
 };
 
 // Writes a GeoTIFF row by row, so large scenes cost no table in memory.
@@ -45,6 +46,7 @@ void WriteScene(const std::string& path, const Scene& s, const PixelFn& value) {
     std::vector<double> row(static_cast<std::size_t>(s.width));
     for (int b = 1; b <= s.bands; ++b) {
         if (b == s.alphaBand) ds->GetRasterBand(b)->SetColorInterpretation(GCI_AlphaBand);
+        if (s.nodataZero) ds->GetRasterBand(b)->SetNoDataValue(0);
         for (int y = 0; y < s.height; ++y) {
             for (int x = 0; x < s.width; ++x) row[static_cast<std::size_t>(x)] = value(b, x, y);
             ASSERT_EQ(ds->GetRasterBand(b)->RasterIO(GF_Write, 0, y, s.width, 1, row.data(), s.width, 1, GDT_Float64,
@@ -267,17 +269,26 @@ TEST_F(RunWithOptionsTest, DeclaredNodataCanBeReplacedOrIgnored) {
 
 // Threads and a working copy in memory change how fast, never what: the
 // class raster, the figures and the progress reports are those of one thread
-// with the copy on disk.
+// with the copy on disk. Every rule excludes pixels here: the mask raster,
+// declared nodata (zeros beyond the mask's pattern) and, for the real types,
+// NaN, so that every reader of the passes works on its own handles.
 TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
     for (const auto& [width, height] : {std::pair(96, 90), std::pair(333, 210)}) {
         const std::string input = this->dir.File("scene.tif");
-        WriteScene(input, {width, height, 3, kGdalType<TypeParam>}, [](int band, int x, int y) {
+        WriteScene(input, {width, height, 3, kGdalType<TypeParam>, 0, true}, [](int band, int x, int y) {
+            if (std::is_floating_point_v<TypeParam> && (x * 7 + y * 3) % 61 == 0) return std::nan("");
             return Excluded(x % 200, y % 200) ? 0.0 : Land(band, x, y) + (x * y) % 13;
         });
         stIsodataRunOptions options = this->MaskOptions(width, height);
         options.classStatistics = true;
         const Outcome one = this->Run(this->Record(input, 3), &options);
         ASSERT_TRUE(one.executed);
+        EXPECT_GT(one.report.excludedByMaskBands, 0);
+        EXPECT_EQ(one.report.excludedByNonFinite > 0, std::is_floating_point_v<TypeParam>);
+        const auto excluded = [](const Outcome& o) {
+            return std::tuple(o.report.excludedPixels, o.report.excludedByMaskBands, o.report.excludedByNonFinite,
+                              o.report.excludedByMaskRaster);
+        };
         for (const int threads : {2, 3, 7}) {
             for (const std::int64_t budget : {std::int64_t{0}, std::int64_t{1} << 30}) {
                 SCOPED_TRACE(std::to_string(width) + " wide, " + std::to_string(threads) + " threads, budget " +
@@ -288,6 +299,7 @@ TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
                 ASSERT_TRUE(many.executed);
                 this->ExpectSameRun(many, one);
                 EXPECT_EQ(ClassBits(many.report), ClassBits(one.report));
+                EXPECT_EQ(excluded(many), excluded(one));
             }
         }
     }
