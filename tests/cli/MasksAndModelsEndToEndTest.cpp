@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <limits>
@@ -156,18 +157,12 @@ TEST_F(MasksAndModelsEndToEndTest, AModelThatDoesNotFitTheInputIsRefusedInOneLin
     testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Byte, 0));
     testsupport::WriteRaster(dir.File("wide.tif"), Scene(GDT_UInt16, 0));
     ASSERT_EQ(Isodata(dir.Path(), {"-q", "-model-out", "model.json", "scene.tif", "run.img"}).exitCode, 0);
-    std::string text(Bytes(dir.File("model.json")).data(), Bytes(dir.File("model.json")).size());
-    std::ofstream(dir.File("v9.json")) << QString::fromStdString(text).replace("\"version\": 1", "\"version\": 9").toStdString();
-    const struct { Args args; const char* says; } cases[] = {
-        {{"-apply", "model.json", "wide.tif", "a.img"}, "band 1 of the input is UInt16, the model's classes were made on Byte"},
-        {{"-apply", "v9.json", "scene.tif", "a.img"}, "is of format version 9"},
-    };
-    for (const auto& c : cases) {
-        const clitest::ProcessResult r = Isodata(dir.Path(), c.args);
-        EXPECT_EQ(r.exitCode, 1) << c.says;
-        EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
-        EXPECT_FALSE(testsupport::FileExists(dir.File("a.img")));
-    }
+    const clitest::ProcessResult r = Isodata(dir.Path(), {"-apply", "model.json", "wide.tif", "a.img"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.err.find("band 1 of the input is UInt16, the model's classes were made on Byte"), std::string::npos)
+        << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    EXPECT_FALSE(testsupport::FileExists(dir.File("a.img")));
 }
 
 // A model whose class names and colours were edited gives them to the

@@ -122,6 +122,12 @@ std::vector<float> ReadBandsAt(GDALDatasetH ds, int width, int height, bool tole
     return all;
 }
 
+std::string AtFolder(std::string text, const std::string& folder) {
+    for (size_t at = text.find('@'); at != std::string::npos; at = text.find('@', at + folder.size()))
+        text.replace(at, 1, folder);
+    return text;
+}
+
 std::string ReadText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream out;

@@ -77,6 +77,10 @@ std::vector<double> ReadBand(const std::string& path, int band = 1);
 
 std::string ReadText(const std::string& path);
 
+// text with every "@" in it replaced by folder: expected texts that name a
+// test's folder.
+std::string AtFolder(std::string text, const std::string& folder);
+
 // FNV-1a of bytes, and what the plug-in's plain run on the sample scene with
 // the command's default parameters and every band gives for its class raster.
 std::uint64_t Fnv1a(const std::string& bytes);
