@@ -9,16 +9,7 @@ using namespace isodata_run;
 
 namespace {
 
-TEST(RefusalTextTest, EverySettingHasItsOptionsName) {
-    const char* const names[] = {"",          "input",   "-oo",     "output",     "-of",         "-co",
-                                 "-preview",  "-overwrite", "-b",   "-classes",   "-initial",    "-min-size",
-                                 "-merge-pairs", "-iter", "-std",   "-merge-dist", "-srcnodata", "-mask",
-                                 "-model-out", "-apply", "-plain", "-threads", "-mem",    "--tmpdir",    "--plugin"};
-    for (int f = 0; f <= static_cast<int>(AskField::Plugin); ++f)
-        EXPECT_EQ(isodata_cli::Spelling(static_cast<AskField>(f)), names[f]) << "field " << f;
-}
-
-TEST(RefusalTextTest, ARefusalIsOneLineWithTheSettingsThatWouldHelp) {
+TEST(RefusalTextTest, ARefusalIsOneLineUnderItsOptionsNameWithTheSettingsThatWouldHelp) {
     const struct { Refusal refusal; const char* line; } cases[] = {
         {{AskField::Bands, "7: input 'x' has only 6 bands", {}}, "-b 7: input 'x' has only 6 bands"},
         {{AskField::Output, "'a.img' already exists", {{AskField::Overwrite, "to replace it"}}},
@@ -33,6 +24,10 @@ TEST(RefusalTextTest, ARefusalIsOneLineWithTheSettingsThatWouldHelp) {
     };
     for (const auto& c : cases) EXPECT_EQ(isodata_cli::RefusalText(c.refusal), c.line);
     EXPECT_EQ(isodata_cli::WithRemedies("no pixel is valid", {}), "no pixel is valid");
+    // The file names, a single-dash and a double-dash option, and the run as a whole.
+    const std::pair<AskField, const char*> spellings[] = {{AskField::Input, "input"}, {AskField::Output, "output"},
+        {AskField::Format, "-of"}, {AskField::TmpDir, "--tmpdir"}, {AskField::None, ""}};
+    for (const auto& [field, spelling] : spellings) EXPECT_EQ(isodata_cli::Spelling(field), spelling);
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 
 #include "support/TestSupport.h"
 
+#include <gdal_priv.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -20,6 +22,35 @@ isodata::LabelCenters Centers(const std::vector<std::vector<float>>& rows, std::
     isodata::LabelCenters c{rows.size(), bands, {}};
     for (const auto& row : rows) c.values.insert(c.values.end(), row.begin(), row.end());
     return c;
+}
+
+// The result pass from dir's source.tif into the ENVI class raster
+// classes.img, read back with its reports and figures; class names and
+// colours for classNames classes go into the header when it is positive.
+struct Labelled {
+    std::vector<double> labels;
+    testsupport::Reports reports;
+    isodata::PassReport figures;
+};
+
+Labelled Label(const testsupport::TempDir& dir, const std::vector<std::uint32_t>& bands,
+               const isodata::LabelCenters& centers, const isodata::ResultPassOptions& options = {},
+               int classNames = 0) {
+    Labelled out;
+    auto& factory = *KalDataSource::DatasetFactory::Instance();
+    {
+        const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
+        EXPECT_TRUE(source);
+        if (!source) return out;
+        const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), source->GetGDALDataset()->GetRasterXSize(),
+                                                        source->GetGDALDataset()->GetRasterYSize(), 1,
+                                                        KalDataSource::PDT_Byte, "ENVI");
+        isodata::GenerateResultRaster(source, result, bands, centers, testsupport::RecordProgress, &out.reports, options,
+                                      &out.figures);
+        if (classNames > 0) isodata::AttachClassMetadata(result, BuildClassMetadata(classNames));
+    }  // releasing the last handle writes the header
+    out.labels = testsupport::ReadBand(dir.File("classes.img"));
+    return out;
 }
 
 TEST(LabelPixelTest, NearestCentreByCityBlockExceptBackgroundAndFarPixels) {
@@ -50,17 +81,7 @@ TEST(ResultFileTest, ClassNumbersKeepTheirLowByteEveryRowReportsAndNamesAndColou
     testsupport::WriteRaster(dir.File("source.tif"), {5, kHeight, GDT_Float32, bands});
     std::vector<std::vector<float>> centres;
     for (int c = 1; c <= 300; ++c) centres.push_back({10.0f * c});
-    testsupport::Reports reports;
-    {
-        auto& factory = *KalDataSource::DatasetFactory::Instance();
-        const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
-        const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), 5, kHeight, 1,
-                                                        KalDataSource::PDT_Byte, "ENVI");
-        ASSERT_TRUE(source && result);
-        isodata::GenerateResultRaster(source, result, {1}, Centers(centres, 1), testsupport::RecordProgress, &reports);
-        isodata::AttachClassMetadata(result, BuildClassMetadata(3));
-    }  // releasing the last handle writes the header
-    const std::vector<double> labels = testsupport::ReadBand(dir.File("classes.img"));
+    const auto [labels, reports, figures] = Label(dir, {1}, Centers(centres, 1), {}, 3);
     for (int y = 0; y < kHeight; ++y)
         EXPECT_EQ(std::vector<double>(labels.begin() + 5 * y, labels.begin() + 5 * y + 5),
                   (std::vector<double>{0, 44, y + 1.0, 0, 255})) << "row " << y;
@@ -88,19 +109,10 @@ TEST(ResultFileTest, TiledSourceIsLabelledWindowByWindow) {
     testsupport::RasterTable table{kWidth, kHeight, GDT_Float32, bands};
     table.options = {"TILED=YES"};
     testsupport::WriteRaster(dir.File("source.tif"), table);
-    testsupport::Reports reports;
-    {
-        auto& factory = *KalDataSource::DatasetFactory::Instance();
-        const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
-        const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), kWidth, kHeight, 1,
-                                                        KalDataSource::PDT_Byte, "ENVI");
-        ASSERT_TRUE(source && result);
-        isodata::GenerateResultRaster(source, result, {0, 1, 2, 3, 4, 5},
-                                      Centers({{10, 0, 0, 0, 0, 0}, {20, 0, 0, 0, 0, 0}, {30, 0, 0, 0, 0, 0},
-                                               {40, 0, 0, 0, 0, 0}, {50, 0, 0, 0, 0, 0}}, 6),
-                                      testsupport::RecordProgress, &reports);
-    }
-    const std::vector<double> labels = testsupport::ReadBand(dir.File("classes.img"));
+    const auto [labels, reports, figures] =
+        Label(dir, {0, 1, 2, 3, 4, 5},
+              Centers({{10, 0, 0, 0, 0, 0}, {20, 0, 0, 0, 0, 0}, {30, 0, 0, 0, 0, 0}, {40, 0, 0, 0, 0, 0},
+                       {50, 0, 0, 0, 0, 0}}, 6));
     for (int i = 0; i < kWidth * kHeight; ++i) ASSERT_EQ(labels[i], 1 + i % kWidth % 5) << "pixel " << i;
     EXPECT_EQ(reports.size(), kHeight + 1u);
 }
@@ -113,83 +125,17 @@ TEST(ResultFileTest, NonFinitePixelsAreCountedApartOrExcludedByTheirRule) {
     testsupport::TempDir dir;
     testsupport::WriteRaster(dir.File("source.tif"),
                              {6, 1, GDT_Float32, {{nan, inf, 10, 0, 5e7, 1}, {1, 1, 10, 0, 0, nan}}});
-    auto& factory = *KalDataSource::DatasetFactory::Instance();
-    const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
-    ASSERT_TRUE(source);
     for (const bool rule : {false, true}) {
         SCOPED_TRACE(rule ? "excluded" : "left in");
         isodata::ResultPassOptions options;
         options.validity.nonFinite = rule;
-        isodata::PassReport figures;
-        {
-            const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), 6, 1, 1,
-                                                            KalDataSource::PDT_Byte, "ENVI");
-            isodata::GenerateResultRaster(source, result, {0, 1}, Centers({{10, 10}}, 2), nullptr, nullptr, options,
-                                          &figures);
-        }
-        EXPECT_EQ(testsupport::ReadBand(dir.File("classes.img")), (std::vector<double>{0, 0, 1, 0, 0, 0}));
+        const auto [labels, reports, figures] = Label(dir, {0, 1}, Centers({{10, 10}}, 2), options);
+        EXPECT_EQ(labels, (std::vector<double>{0, 0, 1, 0, 0, 0}));
         EXPECT_EQ(figures.excluded.byNonFinite, rule ? 3 : 0);
         EXPECT_EQ(figures.excluded.pixels, rule ? 3 : 0);
         EXPECT_EQ(figures.unclassified.nonFinite, rule ? 0 : 3);
         EXPECT_EQ(figures.unclassified.beyondReach, 1);
         EXPECT_EQ(figures.unclassified.background, 1);
-    }
-}
-
-// Threads change how fast, never what: over a striped input of several
-// strips with its own nodata masks and NaNs (so that several readers load
-// ahead through handles of their own), every thread count writes the bytes,
-// the progress and the figures of one thread.
-TEST(ResultFileTest, EveryThreadCountGivesTheBytesReportsAndFiguresOfOne) {
-    constexpr int kWidth = 37, kHeight = 90;
-    testsupport::TempDir dir;
-    testsupport::RasterTable table = testsupport::RepeatingTable(GDT_Float32, kWidth, kHeight);
-    table.nodata = {7};
-    testsupport::WriteRaster(dir.File("source.tif"), table);
-    const auto centers = Centers({{1, 1, 1}, {4, 5, 6}, {9, 8, 7}}, 3);
-    struct Run {
-        std::vector<double> labels;
-        testsupport::Reports reports;
-        isodata::PassReport figures;
-    };
-    const auto run = [&](int threads) {
-        Run r;
-        isodata::WorkerPool pool(threads);
-        auto& factory = *KalDataSource::DatasetFactory::Instance();
-        {
-            const auto source = factory.OpenRasterDataset(dir.QFile("source.tif"), KalDataSource::OpenReadOnly);
-            const auto result = factory.CreateRasterDataset(dir.QFile("classes.img"), kWidth, kHeight, 1,
-                                                            KalDataSource::PDT_Byte, "ENVI");
-            isodata::ResultPassOptions options;
-            options.validity.maskBandsOf = source->GetGDALDataset();
-            options.validity.nonFinite = true;
-            options.classStatistics = true;
-            options.pool = &pool;
-            isodata::GenerateResultRaster(source, result, {2, 0, 1}, centers, testsupport::RecordProgress,
-                                          &r.reports, options, &r.figures);
-        }
-        r.labels = testsupport::ReadBand(dir.File("classes.img"));
-        return r;
-    };
-    const Run one = run(1);
-    EXPECT_GT(one.figures.excluded.byMaskBands, 0);
-    EXPECT_GT(one.figures.excluded.byNonFinite, 0);
-    ASSERT_EQ(one.reports.size(), kHeight + 1u);
-    for (const int threads : {2, 3, 5}) {
-        SCOPED_TRACE(std::to_string(threads) + " threads");
-        const Run many = run(threads);
-        EXPECT_EQ(many.labels, one.labels);
-        EXPECT_EQ(many.reports, one.reports);
-        EXPECT_EQ(many.figures.excluded.pixels, one.figures.excluded.pixels);
-        EXPECT_EQ(many.figures.excluded.byMaskBands, one.figures.excluded.byMaskBands);
-        EXPECT_EQ(many.figures.excluded.byNonFinite, one.figures.excluded.byNonFinite);
-        EXPECT_EQ(many.figures.unclassified.beyondReach, one.figures.unclassified.beyondReach);
-        ASSERT_EQ(many.figures.classes.size(), one.figures.classes.size());
-        for (std::size_t c = 0; c < one.figures.classes.size(); ++c) {
-            EXPECT_EQ(many.figures.classes[c].pixels, one.figures.classes[c].pixels);
-            EXPECT_EQ(many.figures.classes[c].mean, one.figures.classes[c].mean);
-            EXPECT_EQ(many.figures.classes[c].stddev, one.figures.classes[c].stddev);
-        }
     }
 }
 

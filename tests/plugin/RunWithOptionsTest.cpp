@@ -32,6 +32,7 @@ struct Scene {
     int width, height, bands;
     GDALDataType type;
     int alphaBand = 0;  // 1-based; 0 for none
+    bool nodataZero = false;  // every band declares nodata 0
 };
 
 // Writes a GeoTIFF row by row, so large scenes cost no table in memory.
@@ -45,6 +46,7 @@ void WriteScene(const std::string& path, const Scene& s, const PixelFn& value) {
     std::vector<double> row(static_cast<std::size_t>(s.width));
     for (int b = 1; b <= s.bands; ++b) {
         if (b == s.alphaBand) ds->GetRasterBand(b)->SetColorInterpretation(GCI_AlphaBand);
+        if (s.nodataZero) ds->GetRasterBand(b)->SetNoDataValue(0);
         for (int y = 0; y < s.height; ++y) {
             for (int x = 0; x < s.width; ++x) row[static_cast<std::size_t>(x)] = value(b, x, y);
             ASSERT_EQ(ds->GetRasterBand(b)->RasterIO(GF_Write, 0, y, s.width, 1, row.data(), s.width, 1, GDT_Float64,
@@ -127,18 +129,13 @@ protected:
         return out;
     }
 
-    // Writes mask.tif: 0 where Excluded, 1 elsewhere (or everywhere).
-    std::string MaskRaster(int width, int height, bool excludeSome) {
+    // The options of a run with mask.tif, written 0 where excluded holds and 1 elsewhere.
+    stIsodataRunOptions MaskOptions(int width, int height, const std::function<bool(int, int)>& excluded = Excluded) {
         const std::string path = dir.File("mask.tif");
-        WriteScene(path, {width, height, 1, GDT_Byte},
-                   [excludeSome](int, int x, int y) { return excludeSome && Excluded(x, y) ? 0.0 : 1.0; });
-        return path;
-    }
-
-    static stIsodataRunOptions MaskOptions(const std::string& maskRaster) {
+        WriteScene(path, {width, height, 1, GDT_Byte}, [&](int, int x, int y) { return excluded(x, y) ? 0.0 : 1.0; });
         stIsodataRunOptions o;
         o.validityMask = true;
-        o.maskRasterPath = QString::fromStdString(maskRaster);
+        o.maskRasterPath = QString::fromStdString(path);
         return o;
     }
 
@@ -158,8 +155,7 @@ protected:
         const Outcome first = Run(Record(a, bands), &options);
         const Outcome second = Run(Record(b, bands), &options);
         ASSERT_TRUE(first.executed && second.executed);
-        EXPECT_EQ(first.labels, second.labels);
-        EXPECT_EQ(first.reports, second.reports);
+        ExpectSameRun(second, first);
 
         std::int64_t expected = 0;
         std::set<double> classes;
@@ -179,10 +175,24 @@ protected:
         EXPECT_EQ(second.report.excludedPixels, expected);
     }
 
+    static void ExpectSameRun(const Outcome& got, const Outcome& expected) {
+        EXPECT_EQ(got.labels, expected.labels);
+        EXPECT_EQ(got.reports, expected.reports);
+    }
+
     testsupport::TempDir dir;
     void* library = nullptr;
     GetAlgoObjFn getAlgoObj = nullptr, getRunAlgoObj = nullptr;
 };
+
+// Every class's centre, mean and deviation, bit for bit (NaN of an empty class included).
+std::string ClassBits(const stIsodataRunReport& report) {
+    std::string bits;
+    for (const stIsodataClassReport& k : report.classes)
+        for (const std::vector<double>* v : {&k.centre, &k.mean, &k.stddev})
+            bits.append(reinterpret_cast<const char*>(v->data()), v->size() * sizeof(double));
+    return bits;
+}
 
 template <class T>
 class ValidityMaskTypedTest : public RunWithOptionsTest {};
@@ -196,45 +206,36 @@ template <class T> constexpr GDALDataType kGdalType =
 // 210 x 180 is clustered at half size, on a grid of 64-pixel blocks.
 TYPED_TEST(ValidityMaskTypedTest, ExcludedPixelsOfAMaskRasterChangeNoByteAndNoReport) {
     const Scene scene{210, 180, 3, kGdalType<TypeParam>};
-    this->ExpectExcludedPixelsChangeNothing(scene, this->MaskOptions(this->MaskRaster(210, 180, true)), Excluded,
-                                            Land);
+    this->ExpectExcludedPixelsChangeNothing(scene, this->MaskOptions(210, 180), Excluded, Land);
 }
 
 TYPED_TEST(ValidityMaskTypedTest, AMaskThatExcludesNothingIsThePlainRun) {
     const std::string input = this->dir.File("scene.tif");
     WriteScene(input, {210, 180, 3, kGdalType<TypeParam>}, Land);
-    const stIsodataRunOptions options = this->MaskOptions(this->MaskRaster(210, 180, false));
+    const stIsodataRunOptions options = this->MaskOptions(210, 180, [](int, int) { return false; });
     const Outcome plain = this->Run(this->Record(input, 3), nullptr);
     const Outcome masked = this->Run(this->Record(input, 3), &options);
     ASSERT_TRUE(plain.executed && masked.executed);
-    EXPECT_EQ(masked.labels, plain.labels);
-    EXPECT_EQ(masked.reports, plain.reports);
+    this->ExpectSameRun(masked, plain);
     EXPECT_EQ(masked.report.excludedPixels, 0);
     EXPECT_EQ(masked.report.workingValidPixels, 105 * 90);
     // Every option at its default: the plain run through the other entry.
     const stIsodataRunOptions none;
-    const Outcome defaults = this->Run(this->Record(input, 3), &none);
-    EXPECT_EQ(defaults.labels, plain.labels);
-    EXPECT_EQ(defaults.reports, plain.reports);
+    this->ExpectSameRun(this->Run(this->Record(input, 3), &none), plain);
 }
 
-// Non-finite values need no declared nodata; infinities and NaN may change
-// places with each other freely.
-TEST_F(RunWithOptionsTest, NonFiniteValuesAreExcludedWithoutAnyMaskBand) {
-    const auto nanBorder = [](int band, int x, int y) {
+// Non-finite values need no declared nodata (infinities and NaN may change
+// places with each other freely); an alpha band is the mask band GDAL gives
+// the other bands of an RGBA image.
+TEST_F(RunWithOptionsTest, NonFiniteValuesAndPixelsUnderATransparentAlphaAreExcludedWithoutAMaskRaster) {
+    stIsodataRunOptions options;
+    options.validityMask = true;
+    ExpectExcludedPixelsChangeNothing({210, 180, 3, GDT_Float32}, options, Excluded, [](int band, int x, int y) {
         return Excluded(x, y) ? std::numeric_limits<double>::quiet_NaN() : Land(band, x, y);
-    };
-    stIsodataRunOptions options;
-    options.validityMask = true;
-    ExpectExcludedPixelsChangeNothing({210, 180, 3, GDT_Float32}, options, Excluded, nanBorder, NonFiniteJunk);
-}
-
-// An alpha band is the mask band GDAL gives the other bands of an RGBA image.
-TEST_F(RunWithOptionsTest, PixelsUnderATransparentAlphaAreExcluded) {
-    const auto rgba = [](int band, int x, int y) { return band == 4 ? (Excluded(x, y) ? 0.0 : 255.0) : Land(band, x, y); };
-    stIsodataRunOptions options;
-    options.validityMask = true;
-    ExpectExcludedPixelsChangeNothing({210, 180, 4, GDT_Byte, 4}, options, Excluded, rgba);
+    }, NonFiniteJunk);
+    ExpectExcludedPixelsChangeNothing({210, 180, 4, GDT_Byte, 4}, options, Excluded, [](int band, int x, int y) {
+        return band == 4 ? (Excluded(x, y) ? 0.0 : 255.0) : Land(band, x, y);
+    });
 }
 
 // A declared nodata value excludes its pixels; declared nodata ignored, or
@@ -263,24 +264,31 @@ TEST_F(RunWithOptionsTest, DeclaredNodataCanBeReplacedOrIgnored) {
     stIsodataRunOptions given = ignored;
     given.nodata = IsodataNodata::Given;
     given.nodataValues = {-9999};
-    const Outcome again = Run(Record(input, 3), &given);
-    EXPECT_EQ(again.labels, border.labels);
-    EXPECT_EQ(again.reports, border.reports);
+    ExpectSameRun(Run(Record(input, 3), &given), border);
 }
 
 // Threads and a working copy in memory change how fast, never what: the
 // class raster, the figures and the progress reports are those of one thread
-// with the copy on disk.
+// with the copy on disk. Every rule excludes pixels here: the mask raster,
+// declared nodata (zeros beyond the mask's pattern) and, for the real types,
+// NaN, so that every reader of the passes works on its own handles.
 TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
     for (const auto& [width, height] : {std::pair(96, 90), std::pair(333, 210)}) {
         const std::string input = this->dir.File("scene.tif");
-        WriteScene(input, {width, height, 3, kGdalType<TypeParam>}, [](int band, int x, int y) {
+        WriteScene(input, {width, height, 3, kGdalType<TypeParam>, 0, true}, [](int band, int x, int y) {
+            if (std::is_floating_point_v<TypeParam> && (x * 7 + y * 3) % 61 == 0) return std::nan("");
             return Excluded(x % 200, y % 200) ? 0.0 : Land(band, x, y) + (x * y) % 13;
         });
-        stIsodataRunOptions options = this->MaskOptions(this->MaskRaster(width, height, true));
+        stIsodataRunOptions options = this->MaskOptions(width, height);
         options.classStatistics = true;
         const Outcome one = this->Run(this->Record(input, 3), &options);
         ASSERT_TRUE(one.executed);
+        EXPECT_GT(one.report.excludedByMaskBands, 0);
+        EXPECT_EQ(one.report.excludedByNonFinite > 0, std::is_floating_point_v<TypeParam>);
+        const auto excluded = [](const Outcome& o) {
+            return std::tuple(o.report.excludedPixels, o.report.excludedByMaskBands, o.report.excludedByNonFinite,
+                              o.report.excludedByMaskRaster);
+        };
         for (const int threads : {2, 3, 7}) {
             for (const std::int64_t budget : {std::int64_t{0}, std::int64_t{1} << 30}) {
                 SCOPED_TRACE(std::to_string(width) + " wide, " + std::to_string(threads) + " threads, budget " +
@@ -289,18 +297,9 @@ TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
                 options.memoryBytes = budget;
                 const Outcome many = this->Run(this->Record(input, 3), &options);
                 ASSERT_TRUE(many.executed);
-                EXPECT_EQ(many.labels, one.labels);
-                EXPECT_EQ(many.reports, one.reports);
-                ASSERT_EQ(many.report.classes.size(), one.report.classes.size());
-                for (std::size_t c = 0; c < one.report.classes.size(); ++c) {
-                    // Bit for bit, NaN of an empty class included.
-                    const auto bits = [](const std::vector<double>& v) {
-                        return std::string(reinterpret_cast<const char*>(v.data()), v.size() * sizeof(double));
-                    };
-                    EXPECT_EQ(bits(many.report.classes[c].centre), bits(one.report.classes[c].centre));
-                    EXPECT_EQ(bits(many.report.classes[c].mean), bits(one.report.classes[c].mean));
-                    EXPECT_EQ(bits(many.report.classes[c].stddev), bits(one.report.classes[c].stddev));
-                }
+                this->ExpectSameRun(many, one);
+                EXPECT_EQ(ClassBits(many.report), ClassBits(one.report));
+                EXPECT_EQ(excluded(many), excluded(one));
             }
         }
     }
@@ -309,10 +308,8 @@ TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
 TEST_F(RunWithOptionsTest, AMaskThatLeavesNothingRunsNothing) {
     const std::string input = dir.File("scene.tif");
     WriteScene(input, {120, 110, 3, GDT_Byte}, Land);
-    const std::string mask = dir.File("mask.tif");
-    WriteScene(mask, {120, 110, 1, GDT_Byte}, [](int, int, int) { return 0.0; });
+    const stIsodataRunOptions options = MaskOptions(120, 110, [](int, int) { return true; });
     const auto before = dir.List();
-    const stIsodataRunOptions options = MaskOptions(mask);
     const Outcome out = Run(Record(input, 3), &options);
     EXPECT_FALSE(out.executed);
     EXPECT_EQ(out.report.resultCode, 12);
@@ -327,12 +324,7 @@ TEST_F(RunWithOptionsTest, ExcludedPixelsChangeNothingAtFullAndQuarterSize) {
     for (const auto& [width, height] : {std::pair(96, 90), std::pair(5004, 5002)}) {
         SCOPED_TRACE(width);
         const auto excluded = [](int x, int y) { return Excluded(x % 300, y % 300) || (x / 700 + y / 900) % 5 == 4; };
-        const stIsodataRunOptions options = MaskOptions([&] {
-            const std::string path = dir.File("mask.tif");
-            WriteScene(path, {width, height, 1, GDT_Byte}, [&](int, int x, int y) { return excluded(x, y) ? 0.0 : 1.0; });
-            return path;
-        }());
-        ExpectExcludedPixelsChangeNothing({width, height, 1, GDT_Byte}, options, excluded,
+        ExpectExcludedPixelsChangeNothing({width, height, 1, GDT_Byte}, MaskOptions(width, height, excluded), excluded,
                                           [](int, int x, int y) { return Land(1, x, y); });
     }
 }

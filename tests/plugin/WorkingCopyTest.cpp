@@ -72,28 +72,6 @@ void WriteInput(const std::string& path, const Case& c) {
     if (c.truncated) std::filesystem::resize_file(path, std::filesystem::file_size(path) * 3 / 5);
 }
 
-// Every band of the copy, one after the other.
-std::vector<float> ReadAll(GDALDataset& ds) {
-    const int w = ds.GetRasterXSize(), h = ds.GetRasterYSize();
-    std::vector<float> values(static_cast<size_t>(w) * h * ds.GetRasterCount());
-    EXPECT_EQ(ds.RasterIO(GF_Read, 0, 0, w, h, values.data(), w, h, GDT_Float32, ds.GetRasterCount(), nullptr, 0, 0,
-                          0, nullptr), CE_None);
-    return values;
-}
-
-// The reference: each band read whole into one reused w x h buffer.
-std::vector<float> ReferenceCopy(GDALDataset& input, int w, int h) {
-    std::vector<float> buffer(static_cast<size_t>(w) * h), all;
-    for (int b = 1; b <= input.GetRasterCount(); ++b) {
-        const CPLErr ignored = input.GetRasterBand(b)->RasterIO(GF_Read, 0, 0, input.GetRasterXSize(),
-                                                                input.GetRasterYSize(), buffer.data(), w, h,
-                                                                GDT_Float32, 0, 0, nullptr);
-        (void)ignored;
-        all.insert(all.end(), buffer.begin(), buffer.end());
-    }
-    return all;
-}
-
 class WorkingCopyTest : public testing::TestWithParam<Case> {};
 
 TEST_P(WorkingCopyTest, HoldsThePixelsOfTheWholeBandReadForEveryThreadCount) {
@@ -104,7 +82,8 @@ TEST_P(WorkingCopyTest, HoldsThePixelsOfTheWholeBandReadForEveryThreadCount) {
     const isodata::QuietGdalErrors quiet;  // the truncated input's read errors
     GDALDatasetUniquePtr input(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
     ASSERT_TRUE(input);
-    const std::vector<float> expected = ReferenceCopy(*input, c.reducedWidth, c.reducedHeight);
+    const std::vector<float> expected =
+        testsupport::ReadBandsAt(input.get(), c.reducedWidth, c.reducedHeight, c.truncated);
     GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
     // A bound of a few kilobytes cuts these small inputs into runs of a row
     // or a few, read by several lanes in turn, fewer than the threads.
@@ -116,7 +95,7 @@ TEST_P(WorkingCopyTest, HoldsThePixelsOfTheWholeBandReadForEveryThreadCount) {
             EXPECT_EQ(isodata::WriteWorkingCopy(input.get(), working.get(), c.reducedWidth, c.reducedHeight,
                                                 isodata::kHeapReadBytes, &pool, true, bound),
                       c.expected);
-            EXPECT_EQ(ReadAll(*working), expected);
+            EXPECT_EQ(testsupport::ReadBandsAt(working.get(), c.reducedWidth, c.reducedHeight), expected);
         }
     }
 }
@@ -155,19 +134,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"truncated file", 37, 23, 19, 12, GDT_UInt16, {}, Overviews::None, WorkingCopyRead::PerBand, "GTiff",
              true}));
 
-std::string WriteSource(const TempDir& dir, const std::string& name, const RasterTable& table) {
-    const std::string path = dir.File(name);
-    testsupport::WriteRaster(path, table);
-    return path;
-}
-
-std::string UpsamplingVrt(const TempDir& d) {
-    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Byte)), d.File("in.vrt"), {"-of", "VRT", "-outsize", "8000", "4800"});
-}
-
 // Four tiles side by side, as gdalbuildvrt lays them out.
 std::string Mosaic(const TempDir& d) {
-    const std::string source = WriteSource(d, "s.tif", RepeatingTable(GDT_UInt16, 60, 46));
+    const std::string source = testsupport::WriteRasterIn(d, "s.tif", RepeatingTable(GDT_UInt16, 60, 46));
     std::vector<std::string> tiles;
     for (const char* corner : {"0 0", "30 0", "0 23", "30 23"}) {
         const std::string x(corner, std::strchr(corner, ' ')), y(std::strchr(corner, ' ') + 1);
@@ -181,37 +150,6 @@ std::string Mosaic(const TempDir& d) {
     EXPECT_NE(vrt, nullptr);
     GDALClose(vrt);
     return path;
-}
-
-std::string ScaledVrtWithNodata(const TempDir& d) {
-    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_UInt16)), d.File("in.vrt"),
-                     {"-of", "VRT", "-scale", "0", "10", "0", "250", "-a_nodata", "25", "-outsize", "301", "203"});
-}
-
-std::string VrtWithOverviews(const TempDir& d) {
-    const std::string path = TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Int16)), d.File("in.vrt"),
-                                       {"-of", "VRT", "-outsize", "203", "151"});
-    testsupport::BuildOverviews(path);
-    return path;
-}
-
-std::string EnviWithOverviews(const TempDir& d) {
-    const std::string path = TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_UInt16, 203, 151)), d.File("in.img"),
-                                       {"-of", "ENVI"});
-    testsupport::BuildOverviews(path);
-    return path;
-}
-
-std::string JpegGeoTiff(const TempDir& d) {
-    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Byte, 203, 151)), d.File("in.tif"), {"-co", "COMPRESS=JPEG"});
-}
-
-std::string Png(const TempDir& d) {
-    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Byte, 203, 151)), d.File("in.png"), {"-of", "PNG"});
-}
-
-std::string Hdf4(const TempDir& d) {
-    return TranslateRaster(WriteSource(d, "s.tif", RepeatingTable(GDT_Int16, 203, 151)), d.File("in.hdf"), {"-of", "HDF4Image"});
 }
 
 // One three-dimensional variable (band, y, x).
@@ -233,11 +171,18 @@ std::string NetCdf(const TempDir& d) {
     return path;
 }
 
+// The input: a RepeatingTable of type and size translated to file with
+// args, with overviews built on it when asked; or what make makes.
 struct CopyCase {
     const char* name;
-    std::string (*make)(const TempDir&);
     const char* driver;  // needed to make the input; skipped when missing
     int reducedWidth, reducedHeight;
+    GDALDataType type;
+    int width, height;
+    const char* file;
+    std::vector<const char*> args;
+    bool overviews = false;
+    std::string (*make)(const TempDir&) = nullptr;
 };
 
 std::ostream& operator<<(std::ostream& out, const CopyCase& c) { return out << c.name; }
@@ -249,7 +194,10 @@ TEST_P(BoundedCopyTest, HoldsTheBytesOfTheWholeBandRead) {
     testsupport::RegisterGdal();
     if (!GetGDALDriverManager()->GetDriverByName(c.driver)) GTEST_SKIP() << "no " << c.driver << " driver";
     testsupport::TempDir dir;
-    const std::string path = c.make(dir);
+    const std::string path = c.make ? c.make(dir)
+                                    : TranslateRaster(testsupport::WriteRasterIn(dir, "s.tif", RepeatingTable(c.type, c.width, c.height)),
+                                                      dir.File(c.file), c.args);
+    if (c.overviews) testsupport::BuildOverviews(path);
     GDALDatasetUniquePtr input(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
     ASSERT_TRUE(input);
     ASSERT_EQ(input->GetRasterCount(), 3);
@@ -258,28 +206,27 @@ TEST_P(BoundedCopyTest, HoldsTheBytesOfTheWholeBandRead) {
 
     EXPECT_EQ(isodata::WriteWorkingCopy(input.get(), working.get(), c.reducedWidth, c.reducedHeight, 0),
               isodata::WorkingCopyRead::PerBand);
-    std::vector<float> expected, band(static_cast<size_t>(c.reducedWidth) * c.reducedHeight);
-    for (int b = 1; b <= 3; ++b) {
-        ASSERT_EQ(input->GetRasterBand(b)->RasterIO(GF_Read, 0, 0, input->GetRasterXSize(), input->GetRasterYSize(),
-                                                    band.data(), c.reducedWidth, c.reducedHeight, GDT_Float32, 0, 0,
-                                                    nullptr), CE_None);
-        expected.insert(expected.end(), band.begin(), band.end());
-    }
-    const std::vector<float> got = ReadAll(*working);
+    const std::vector<float> expected = testsupport::ReadBandsAt(input.get(), c.reducedWidth, c.reducedHeight);
+    const std::vector<float> got = testsupport::ReadBandsAt(working.get(), c.reducedWidth, c.reducedHeight);
     ASSERT_EQ(got.size(), expected.size());
     EXPECT_EQ(std::memcmp(got.data(), expected.data(), got.size() * sizeof(float)), 0);  // NaNs too, to the bit
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Drivers, BoundedCopyTest,
-    testing::Values(CopyCase{"VRT upsampling 37 x 23 to 8000 x 4800, in strips", UpsamplingVrt, "VRT", 2000, 1200},
-                    CopyCase{"mosaic VRT of four tiles", Mosaic, "VRT", 41, 31},
-                    CopyCase{"VRT scaling with nodata", ScaledVrtWithNodata, "VRT", 76, 51},
-                    CopyCase{"VRT with overviews", VrtWithOverviews, "VRT", 51, 38},
-                    CopyCase{"ENVI with external overviews", EnviWithOverviews, "ENVI", 67, 50},
-                    CopyCase{"JPEG-compressed GeoTIFF", JpegGeoTiff, "GTiff", 102, 76},
-                    CopyCase{"PNG", Png, "PNG", 51, 38},
-                    CopyCase{"HDF4", Hdf4, "HDF4Image", 102, 76},
-                    CopyCase{"netCDF variable", NetCdf, "netCDF", 51, 38}));
+    testing::Values(CopyCase{"VRT upsampling 37 x 23 to 8000 x 4800, in strips", "VRT", 2000, 1200, GDT_Byte, 37, 23,
+                             "in.vrt", {"-of", "VRT", "-outsize", "8000", "4800"}},
+                    CopyCase{"mosaic VRT of four tiles", "VRT", 41, 31, GDT_UInt16, 0, 0, "", {}, false, Mosaic},
+                    CopyCase{"VRT scaling with nodata", "VRT", 76, 51, GDT_UInt16, 37, 23, "in.vrt",
+                             {"-of", "VRT", "-scale", "0", "10", "0", "250", "-a_nodata", "25", "-outsize", "301", "203"}},
+                    CopyCase{"VRT with overviews", "VRT", 51, 38, GDT_Int16, 37, 23, "in.vrt",
+                             {"-of", "VRT", "-outsize", "203", "151"}, true},
+                    CopyCase{"ENVI with external overviews", "ENVI", 67, 50, GDT_UInt16, 203, 151, "in.img",
+                             {"-of", "ENVI"}, true},
+                    CopyCase{"JPEG-compressed GeoTIFF", "GTiff", 102, 76, GDT_Byte, 203, 151, "in.tif",
+                             {"-co", "COMPRESS=JPEG"}},
+                    CopyCase{"PNG", "PNG", 51, 38, GDT_Byte, 203, 151, "in.png", {"-of", "PNG"}},
+                    CopyCase{"HDF4", "HDF4Image", 102, 76, GDT_Int16, 203, 151, "in.hdf", {"-of", "HDF4Image"}},
+                    CopyCase{"netCDF variable", "netCDF", 51, 38, GDT_Float32, 0, 0, "", {}, false, NetCdf}));
 
 } // namespace

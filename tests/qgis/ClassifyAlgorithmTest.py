@@ -6,19 +6,6 @@ the command's option table), and so must apply's with the model the command
 wrote. Both algorithms must guard a run alike, and a run of either cancelled
 midway must leave nothing in the output folder.
 
-Plan: make a throwaway HOME and install the plug-in into its default profile;
-classify a copy of the sample scene once with the command and once through
-qgis_process (command found on PATH); compare pixels, colour table, category
-names and georeferencing with GDAL, and apply the command's model. Then start
-QGIS in this process with the provider's setting pointing at the command:
-see both algorithms give the same canExecute answers and refusals with the
-command at hand, missing and broken, refuse a layer GDAL cannot open, carry
-the same flags and pass QGIS's thread limit on; cancel a long run of each at
-its first progress report (the command must get SIGTERM), and see a cancel
-that comes after the command finished leave the run standing; let a run fail
-and see its message reach the feedback once, as the command wrote it; and
-see that the outputs offer only formats that hold the classes exactly.
-
 Usage: ClassifyAlgorithmTest.py <isodata binary> <source folder>
 Exit status 77 (skipped) when QGIS or its Python bindings are missing.
 """
@@ -43,6 +30,25 @@ def check(condition, message):
         raise AssertionError(message)
 
 
+def folder(*parts):
+    """A new folder at the path parts join to."""
+    path = os.path.join(*parts)
+    os.makedirs(path)
+    return path
+
+
+def algorithm(name):
+    from qgis.core import QgsApplication
+    return QgsApplication.processingRegistry().createAlgorithmById('isodata:' + name)
+
+
+def qgis_process(env, name, *parameters):
+    """isodata:<name> through qgis_process, its log on stdout."""
+    # Debian's qgis_process wrapper adds an option that 3.22's run refuses.
+    return subprocess.run(['qgis_process.bin', 'run', 'isodata:' + name, '--'] + list(parameters),
+                          env=env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+
+
 def describe(path):
     """What must agree between two class rasters, read back with GDAL."""
     from osgeo import gdal
@@ -61,18 +67,14 @@ def describe(path):
 
 
 def check_qgis_process_matches_command(isodata, scene, work, env):
-    reference = os.path.join(work, 'command', 'classes.tif')
-    os.makedirs(os.path.dirname(reference))
+    reference = os.path.join(folder(work, 'command'), 'classes.tif')
     model = os.path.join(work, 'command', 'model.json')
     subprocess.run([isodata, '-q', '-of', 'GTiff', '-classes', '6', '-b', '1', '-b', '2', '-b', '4',
                     '-model-out', model, scene, reference], check=True)
 
-    output = os.path.join(work, 'qgis', 'classes.tif')
-    os.makedirs(os.path.dirname(output))
-    # Debian's qgis_process wrapper adds an option that 3.22's run refuses.
-    run = subprocess.run(['qgis_process.bin', 'run', 'isodata:classify', '--', 'INPUT=' + scene,
-                          'CLASSES=6', 'BANDS=1', 'BANDS=2', 'BANDS=4', 'OUTPUT=' + output],
-                         env=env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    output = os.path.join(folder(work, 'qgis'), 'classes.tif')
+    run = qgis_process(env, 'classify', 'INPUT=' + scene, 'CLASSES=6', 'BANDS=1', 'BANDS=2', 'BANDS=4',
+                       'OUTPUT=' + output)
     print(run.stdout)
     check(run.returncode == 0, 'qgis_process exited with {}'.format(run.returncode))
     # The stage texts reach the Processing log.
@@ -87,9 +89,7 @@ def check_qgis_process_matches_command(isodata, scene, work, env):
 
     # The command's model applied through isodata:apply labels the scene as the run did.
     applied = os.path.join(work, 'qgis', 'applied.tif')
-    run = subprocess.run(['qgis_process.bin', 'run', 'isodata:apply', '--', 'INPUT=' + scene,
-                          'MODEL=' + model, 'OUTPUT=' + applied],
-                         env=env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    run = qgis_process(env, 'apply', 'INPUT=' + scene, 'MODEL=' + model, 'OUTPUT=' + applied)
     check(run.returncode == 0, 'isodata:apply exited with {}:\n{}'.format(run.returncode, run.stdout))
     check(describe(applied)['pixels'] == expected['pixels'], 'isodata:apply labels differ from the run')
     print('isodata:apply gives the run\'s pixels')
@@ -106,17 +106,9 @@ def recording_feedback():
             super().__init__()
             self.said, self.commands = [], []
 
-        def reportError(self, text, fatal=False):  # noqa: N802 (QGIS's name)
+        def say(self, text, *fatal):
             self.said.append(text)
-
-        def pushInfo(self, text):  # noqa: N802
-            self.said.append(text)
-
-        def pushWarning(self, text):  # noqa: N802
-            self.said.append(text)
-
-        def pushConsoleInfo(self, text):  # noqa: N802
-            self.said.append(text)
+        reportError = pushInfo = pushWarning = pushConsoleInfo = say  # noqa: N815 (QGIS's names)
 
         def pushCommandInfo(self, text):  # noqa: N802
             self.commands.append(text)
@@ -180,15 +172,12 @@ def check_both_algorithms_guard_alike(isodata, scene, model, work):
     """Classify and apply answer canExecute alike with the command missing
     and broken, refuse a run for the same reason, refuse an input GDAL does
     not read, have the same flags and pass QGIS's thread limit on."""
-    from qgis.core import QgsApplication, QgsProcessingAlgorithm, QgsProcessingContext
+    from qgis.core import QgsProcessingAlgorithm, QgsProcessingContext
     from qgis.PyQt import sip
     from processing.core.ProcessingConfig import ProcessingConfig
-    registry = QgsApplication.processingRegistry()
-    folder = os.path.join(work, 'guards')
-    os.makedirs(folder)
-    os.makedirs(os.path.join(work, 'guarded'))
+    guards, guarded = folder(work, 'guards'), folder(work, 'guarded')
     # A file that exists but is no program.
-    broken = os.path.join(folder, 'not-a-program')
+    broken = os.path.join(guards, 'not-a-program')
     with open(broken, 'w') as stream:
         stream.write('nothing to run\n')
     not_gdal = virtual_raster(scene)
@@ -204,38 +193,38 @@ def check_both_algorithms_guard_alike(isodata, scene, model, work):
     own = {'classify': {'ITERATIONS': 2}, 'apply': {'MODEL': model}}
     seen = {}
     for name, parameters in own.items():
-        algorithm = registry.createAlgorithmById('isodata:' + name)
+        guarded_algorithm = algorithm(name)
         # Refused runs are to write into the folder, which must stay as it was.
-        refused = os.path.join(folder, name + '.tif')
+        refused = os.path.join(guards, name + '.tif')
 
         def run(**changed):
             feedback, context = recording_feedback(), Context()
             values = dict(parameters, INPUT=scene, OUTPUT=refused)
             values.update(changed)
-            results, ok = algorithm.run(values, context, feedback)
+            results, ok = guarded_algorithm.run(values, context, feedback)
             return ok, results, feedback
 
-        output = os.path.join(work, 'guarded', name + '.tif')
+        output = os.path.join(guarded, name + '.tif')
         ok, results, feedback = run(OUTPUT=output)
-        seen[name] = {'ready': algorithm.canExecute(), 'ran': ok and results.get('OUTPUT') == output,
+        seen[name] = {'ready': guarded_algorithm.canExecute(), 'ran': ok and results.get('OUTPUT') == output,
                       'threads': [c for c in feedback.commands if ' -threads 2 ' in c] != []}
         ok, results, feedback = run(INPUT=not_gdal)
         seen[name]['not gdal'] = (ok, feedback.said[-1:])
         path = os.environ['PATH']
         try:
             ProcessingConfig.setSettingValue('ISODATA_EXECUTABLE', '')
-            os.environ['PATH'] = folder
+            os.environ['PATH'] = guards
             ok, results, feedback = run()
-            seen[name]['missing'] = (algorithm.canExecute(), ok, feedback.said[-1:])
+            seen[name]['missing'] = (guarded_algorithm.canExecute(), ok, feedback.said[-1:])
             ProcessingConfig.setSettingValue('ISODATA_EXECUTABLE', broken)
             ok, results, feedback = run()
-            seen[name]['broken'] = (algorithm.canExecute(), ok, feedback.said[-1:])
+            seen[name]['broken'] = (guarded_algorithm.canExecute(), ok, feedback.said[-1:])
         finally:
             os.environ['PATH'] = path
             ProcessingConfig.setSettingValue('ISODATA_EXECUTABLE', isodata)
-        seen[name]['flags'] = int(algorithm.flags())
-        check(sorted(os.listdir(folder)) == ['not-a-program'],
-              'isodata:{} left {} behind'.format(name, os.listdir(folder)))
+        seen[name]['flags'] = int(guarded_algorithm.flags())
+        check(sorted(os.listdir(guards)) == ['not-a-program'],
+              'isodata:{} left {} behind'.format(name, os.listdir(guards)))
     # A refused run's Python frame outlives it, and so do the frames that
     # called it and their locals; the layer goes now, while QGIS can delete it.
     sip.delete(not_gdal)
@@ -262,10 +251,8 @@ def check_cancel_leaves_nothing(name, parameters, work):
     """A run cancelled at its first progress report stops the command with
     SIGTERM and leaves nothing in the output folder."""
     import subprocess as processes
-    from qgis.core import QgsApplication, QgsProcessingContext, QgsProcessingFeedback
-    folder = os.path.join(work, 'cancelled-' + name)
-    os.makedirs(folder)
-    algorithm = QgsApplication.processingRegistry().createAlgorithmById('isodata:' + name)
+    from qgis.core import QgsProcessingContext, QgsProcessingFeedback
+    cancelled = folder(work, 'cancelled-' + name)
     feedback, reports, stopped = QgsProcessingFeedback(), [], []
     feedback.progressChanged.connect(lambda percent: (reports.append(percent), feedback.cancel()))
     terminate = processes.Popen.terminate
@@ -275,8 +262,8 @@ def check_cancel_leaves_nothing(name, parameters, work):
         terminate(process)
     processes.Popen.terminate = recorded
     try:
-        results, _ = algorithm.run(dict(parameters, OUTPUT=os.path.join(folder, 'classes.tif')),
-                                   QgsProcessingContext(), feedback)
+        results, _ = algorithm(name).run(dict(parameters, OUTPUT=os.path.join(cancelled, 'classes.tif')),
+                                         QgsProcessingContext(), feedback)
     finally:
         processes.Popen.terminate = terminate
 
@@ -286,7 +273,7 @@ def check_cancel_leaves_nothing(name, parameters, work):
           '{}: SIGTERM went to {} commands, which ended with {}'.format(
               name, len(stopped), [p.returncode for p in stopped]))
     check('OUTPUT' not in results, '{}: a cancelled run returned an output'.format(name))
-    check(os.listdir(folder) == [], '{}: a cancelled run left {}'.format(name, os.listdir(folder)))
+    check(os.listdir(cancelled) == [], '{}: a cancelled run left {}'.format(name, os.listdir(cancelled)))
     print('isodata:{} cancelled at {:.1f}%, output folder empty'.format(name, reports[0]))
 
 
@@ -311,20 +298,15 @@ def check_cancel_after_the_end():
 
 
 def check_failure_and_formats(scene, work):
-    from qgis.core import QgsApplication, QgsProcessingContext
-    folder = os.path.join(work, 'failed')
-    os.makedirs(folder)
-    registry = QgsApplication.processingRegistry()
-    algorithm = registry.createAlgorithmById('isodata:classify')
+    from qgis.core import QgsProcessingContext
     feedback = recording_feedback()
-    algorithm.run({'INPUT': scene, 'BANDS': [9], 'OUTPUT': os.path.join(folder, 'c.tif')},
-                  QgsProcessingContext(), feedback)
+    algorithm('classify').run({'INPUT': scene, 'BANDS': [9], 'OUTPUT': os.path.join(folder(work, 'failed'), 'c.tif')},
+                              QgsProcessingContext(), feedback)
     message = "isodata: -b 9: input '{}' has only 6 bands".format(scene)
     check([m for m in feedback.said if 'only 6 bands' in m] == [message],
           'the failure reached the feedback as {}'.format(feedback.said))
     for name in ('classify', 'apply'):
-        offered = registry.createAlgorithmById('isodata:' + name).parameterDefinition(
-            'OUTPUT').supportedOutputRasterLayerExtensions()
+        offered = algorithm(name).parameterDefinition('OUTPUT').supportedOutputRasterLayerExtensions()
         check('tif' in offered and not {'jpg', 'vrt', 'webp'} & set(offered),
               'isodata:{} output offers {}'.format(name, offered))
     print('a failure is reported once, as the command said it; output types offered: ' + ' '.join(offered))
@@ -341,16 +323,14 @@ def main():
         skip('{} lacks the QGIS Python bindings (python3-qgis): {}'.format(sys.executable, error))
 
     with tempfile.TemporaryDirectory(prefix='isodata-qgis-') as work:
-        home = os.path.join(work, 'home')
-        os.makedirs(home)
+        home = folder(work, 'home')
         env = {k: v for k, v in os.environ.items() if not k.startswith(('XDG_', 'QGIS_'))}
         env.update(HOME=home, QT_QPA_PLATFORM='offscreen',
                    PATH=os.path.dirname(isodata) + os.pathsep + env.get('PATH', ''))
         subprocess.run(['bash', os.path.join(source, 'scripts', 'install-qgis-plugin.sh')],
                        env=env, check=True)
         # A copy, so that nothing of a run lands beside the shared scene.
-        scene = os.path.join(work, 'scene', 'L7_ETMs.tif')
-        os.makedirs(os.path.dirname(scene))
+        scene = os.path.join(folder(work, 'scene'), 'L7_ETMs.tif')
         shutil.copy(os.path.join(source, 'data', 'L7_ETMs.tif'), scene)
 
         model = check_qgis_process_matches_command(isodata, scene, work, env)

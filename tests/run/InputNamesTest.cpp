@@ -28,11 +28,7 @@ protected:
     }
     void TearDown() override { fs::current_path(before); }
     // "@" stands for the folder.
-    std::string At(std::string text) const {
-        for (size_t at = text.find('@'); at != std::string::npos; at = text.find('@', at + here.size()))
-            text.replace(at, 1, here);
-        return text;
-    }
+    std::string At(const std::string& text) const { return testsupport::AtFolder(text, here); }
 
     const std::vector<double> band1 = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
     const std::vector<double> band2 = {12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1};

@@ -23,13 +23,6 @@ namespace {
 
 using Nodata = MaskSettings::Nodata;
 
-// "@" in an expected text stands for the test's folder.
-std::string Expand(std::string text, const std::string& dir) {
-    for (size_t at = text.find('@'); at != std::string::npos; at = text.find('@', at + dir.size()))
-        text.replace(at, 1, dir);
-    return text;
-}
-
 // A 4 x 3 input of three bands, a 4 x 3 and a 2 x 2 mask, and an ask that
 // Prepare accepts as it is.
 class PrepareFixture {
@@ -47,7 +40,8 @@ protected:
         ask.maxIterations = 5, ask.stdDevThreshold = 10, ask.mergeDistance = 20;
         ask.threads = 1, ask.memoryMB = 0;
     }
-    std::string At(const std::string& text) const { return Expand(text, dir.Path()); }
+    // "@" in an expected text stands for the test's folder.
+    std::string At(const std::string& text) const { return testsupport::AtFolder(text, dir.Path()); }
 
     testsupport::TempDir dir;
     RunAsk ask;

@@ -109,6 +109,25 @@ std::vector<double> ReadBand(const std::string& path, int band) {
     return values;
 }
 
+std::vector<float> ReadBandsAt(GDALDatasetH ds, int width, int height, bool tolerateErrors) {
+    std::vector<float> band(static_cast<size_t>(width) * height), all;
+    for (int b = 1; b <= GDALGetRasterCount(ds); ++b) {
+        const CPLErr e = GDALRasterIO(GDALGetRasterBand(ds, b), GF_Read, 0, 0, GDALGetRasterXSize(ds),
+                                      GDALGetRasterYSize(ds), band.data(), width, height, GDT_Float32, 0, 0);
+        if (!tolerateErrors) {
+            EXPECT_EQ(e, CE_None) << "band " << b;
+        }
+        all.insert(all.end(), band.begin(), band.end());
+    }
+    return all;
+}
+
+std::string AtFolder(std::string text, const std::string& folder) {
+    for (size_t at = text.find('@'); at != std::string::npos; at = text.find('@', at + folder.size()))
+        text.replace(at, 1, folder);
+    return text;
+}
+
 std::string ReadText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream out;

@@ -51,6 +51,15 @@ struct RasterTable {
 
 // Writes a GeoTIFF with the given values, 30 m pixels in UTM zone 33N.
 void WriteRaster(const std::string& path, const RasterTable& table);
+inline std::string WriteRasterIn(const TempDir& dir, const std::string& name, const RasterTable& table) {
+    WriteRaster(dir.File(name), table);
+    return dir.File(name);
+}
+
+// Every band of ds read whole at width x height as Float32, one band after
+// the other: what a reduced copy of ds must hold. Read errors fail the test
+// unless tolerated (a damaged input's).
+std::vector<float> ReadBandsAt(GDALDatasetH ds, int width, int height, bool tolerateErrors = false);
 
 // width x height, three bands holding (3x + 5y + b) % 11 + offset: small
 // values that repeat, so that nodata values and zeros occur; the value
@@ -67,6 +76,10 @@ void BuildOverviews(const std::string& path);
 std::vector<double> ReadBand(const std::string& path, int band = 1);
 
 std::string ReadText(const std::string& path);
+
+// text with every "@" in it replaced by folder: expected texts that name a
+// test's folder.
+std::string AtFolder(std::string text, const std::string& folder);
 
 // FNV-1a of bytes, and what the plug-in's plain run on the sample scene with
 // the command's default parameters and every band gives for its class raster.

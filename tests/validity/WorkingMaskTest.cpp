@@ -24,12 +24,6 @@ using testsupport::RepeatingTable;
 using testsupport::TempDir;
 using testsupport::TranslateRaster;
 
-std::string WriteSource(const TempDir& dir, const std::string& name, const RasterTable& table) {
-    const std::string path = dir.File(name);
-    testsupport::WriteRaster(path, table);
-    return path;
-}
-
 // A 4 x 4 input reduced to 2 x 2 picks source columns and rows 1 and 3.
 // Band 1, of the type under test, declares nodata 0 and holds it at (1, 1),
 // picked, and (0, 0), not picked; the mask raster is 0 at (3, 1), picked, and
@@ -111,7 +105,7 @@ class BoundedMaskTest : public testing::TestWithParam<MaskCase> {};
 TEST_P(BoundedMaskTest, IsWhatTheWholeReadsGive) {
     const MaskCase& c = GetParam();
     TempDir dir;
-    std::string path = WriteSource(dir, "in.tif", c.input);
+    std::string path = testsupport::WriteRasterIn(dir, "in.tif", c.input);
     if (c.overviews) testsupport::BuildOverviews(path);
     if (c.vrtOutsize) path = TranslateRaster(path, dir.File("in.vrt"), {"-of", "VRT", "-outsize", c.vrtOutsize, c.vrtOutsize});
     GDALDatasetUniquePtr input(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
@@ -120,7 +114,7 @@ TEST_P(BoundedMaskTest, IsWhatTheWholeReadsGive) {
     if (c.maskRasterType != GDT_Unknown) {
         testsupport::RasterTable m = RepeatingTable(c.maskRasterType, input->GetRasterXSize(), input->GetRasterYSize(), -4);
         m.bands.resize(1);
-        maskRaster.reset(GDALDataset::Open(WriteSource(dir, "mask.tif", m).c_str(), GDAL_OF_RASTER));
+        maskRaster.reset(GDALDataset::Open(testsupport::WriteRasterIn(dir, "mask.tif", m).c_str(), GDAL_OF_RASTER));
     }
     isodata::ValidityRules rules;
     rules.maskBandsOf = input.get();
@@ -141,15 +135,10 @@ TEST_P(BoundedMaskTest, IsWhatTheWholeReadsGive) {
                                              GDT_Float32, nullptr));
     // The mask may take the values of nodata tests from the working copy,
     // which holds what whole-band reads at its size give.
-    std::vector<float> band(n);
-    for (int b = 1; b <= input->GetRasterCount(); ++b) {
-        ASSERT_EQ(input->GetRasterBand(b)->RasterIO(GF_Read, 0, 0, input->GetRasterXSize(), input->GetRasterYSize(),
-                                                    band.data(), c.reducedWidth, c.reducedHeight, GDT_Float32, 0, 0,
-                                                    nullptr), CE_None);
-        ASSERT_EQ(working->GetRasterBand(b)->RasterIO(GF_Write, 0, 0, c.reducedWidth, c.reducedHeight, band.data(),
-                                                      c.reducedWidth, c.reducedHeight, GDT_Float32, 0, 0, nullptr),
-                  CE_None);
-    }
+    std::vector<float> values = testsupport::ReadBandsAt(input.get(), c.reducedWidth, c.reducedHeight);
+    ASSERT_EQ(working->RasterIO(GF_Write, 0, 0, c.reducedWidth, c.reducedHeight, values.data(), c.reducedWidth,
+                                c.reducedHeight, GDT_Float32, working->GetRasterCount(), nullptr, 0, 0, 0, nullptr),
+              CE_None);
     EXPECT_EQ(isodata::WriteWorkingMask(rules, input.get(), working.get(), bands, dir.QFile("mask_out.tif"), 0), valid);
     GDALDatasetUniquePtr written(GDALDataset::Open(dir.File("mask_out.tif").c_str(), GDAL_OF_RASTER));
     std::vector<std::uint8_t> got(n);
