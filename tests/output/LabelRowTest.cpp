@@ -47,12 +47,20 @@ TEST(LabelRowTest, EveryInstructionSetGivesTheBaselineLabels) {
                 for (float& v : band) v = Draw(rng);
                 rows.push_back(band.data());
             }
-            std::vector<std::int32_t> expected(length), labels(length);
-            isodata::LabelRow(VectorIsa::Baseline, rows.data(), length, centers, expected.data());
-            for (const VectorIsa isa : sets) {
-                isodata::LabelRow(isa, rows.data(), length, centers, labels.data());
-                EXPECT_EQ(labels, expected) << "set " << static_cast<int>(isa) << ", " << length << " pixels, "
-                                            << bands << " bands";
+            for (const bool plain : {true, false}) {
+                centers.plainRules = plain;
+                std::vector<std::int32_t> expected(length), labels(length);
+                isodata::LabelTally expectedTally, tally;
+                isodata::LabelRow(VectorIsa::Baseline, rows.data(), length, centers, expected.data(), nullptr,
+                                  &expectedTally);
+                for (const VectorIsa isa : sets) {
+                    tally = {};
+                    isodata::LabelRow(isa, rows.data(), length, centers, labels.data(), nullptr, &tally);
+                    EXPECT_EQ(labels, expected) << "set " << static_cast<int>(isa) << ", " << length << " pixels, "
+                                                << bands << " bands, plain rules " << plain;
+                    EXPECT_EQ(tally.allZero, expectedTally.allZero);
+                    EXPECT_EQ(tally.background, expectedTally.background);
+                }
             }
         }
     }
@@ -60,6 +68,8 @@ TEST(LabelRowTest, EveryInstructionSetGivesTheBaselineLabels) {
 
 // Pixels not excluded that stay unclassified are told apart: background,
 // non-finite, beyond the distance limit; excluded ones are 0 and uncounted.
+// Without the plain rules only the NaN stays unclassified, and the pixel 0 in
+// both bands is counted among the classified.
 TEST(LabelRowTest, UnclassifiedPixelsAreCountedByWhy) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const std::vector<float> band1 = {0, 5, nan, 2e7f, 10, 0, 2e7f, 12};
@@ -67,14 +77,21 @@ TEST(LabelRowTest, UnclassifiedPixelsAreCountedByWhy) {
     const std::uint8_t excluded[] = {0, 0, 0, 0, 0, 1, 1, 0};
     const std::uint8_t nonFinite[] = {0, 0, 2, 0, 0, 0, 0, 0};  // as the reader marks the NaN
     const float* rows[] = {band1.data(), band2.data()};
-    const isodata::LabelCenters centers{1, 2, {10, 10}};
-    std::vector<std::int32_t> labels(band1.size());
-    isodata::LabelTally tally;
-    isodata::LabelRow(rows, labels.size(), centers, labels.data(), excluded, &tally, nonFinite);
-    EXPECT_EQ(labels, (std::vector<std::int32_t>{0, 0, 0, 0, 1, 0, 0, 1}));
-    EXPECT_EQ(tally.background, 2);
-    EXPECT_EQ(tally.nonFinite, 1);
-    EXPECT_EQ(tally.beyondReach, 1);
+    const struct {
+        bool plain;
+        std::vector<std::int32_t> labels;
+        std::int64_t background, nonFinite, beyondReach, allZero;
+    } cases[] = {{true, {0, 0, 0, 0, 1, 0, 0, 1}, 2, 1, 1, 0}, {false, {1, 1, 0, 1, 1, 0, 0, 1}, 0, 1, 0, 1}};
+    for (const auto& c : cases) {
+        const isodata::LabelCenters centers{1, 2, {10, 10}, c.plain};
+        std::vector<std::int32_t> labels(band1.size());
+        isodata::LabelTally tally;
+        isodata::LabelRow(rows, labels.size(), centers, labels.data(), excluded, &tally, nonFinite);
+        EXPECT_EQ(labels, c.labels) << "plain rules " << c.plain;
+        EXPECT_EQ((std::vector<std::int64_t>{tally.background, tally.nonFinite, tally.beyondReach, tally.allZero}),
+                  (std::vector<std::int64_t>{c.background, c.nonFinite, c.beyondReach, c.allZero}))
+            << "plain rules " << c.plain;
+    }
 }
 
 } // namespace
