@@ -58,6 +58,7 @@ public:
         row_.qgisKind = kind;
         return *this;
     }
+    Row& Python(const char* keyword) { row_.pythonName = keyword; return *this; }
     Row& NewUsageLine() { row_.newUsageLine = true; return *this; }
     operator OptionRow() const { return row_; }
 
@@ -75,86 +76,86 @@ std::vector<OptionRow> Rows() {
             .Help("Print these options as JSON (names, types, defaults, ranges, help), for programs that "
                   "offer them, such as the QGIS plug-in."),
         Row({"-q", "-quiet"}, &O::quiet).Help("Print neither progress nor the summary."),
-        Row({"-overwrite"}, &O::overwrite).Json("overwrite").Ask(F::Overwrite)
+        Row({"-overwrite"}, &O::overwrite).Python("overwrite").Json("overwrite").Ask(F::Overwrite)
             .Help("Replace an existing output (and preview) once the new one is complete."),
-        Row({"-b"}, &O::bands, "<band>").Expects("a band number")
+        Row({"-b"}, &O::bands, "<band>").Python("bands").Expects("a band number")
             .AtLeast(1, "bands are numbered from 1").OutOfRange("is not a band")
             .Help("Input bands to classify, 1-based, in the order given.").ByDefault("every band")
             .Json("b").Qgis("BANDS", "Bands to classify").Ask(F::Bands),
-        Row({"-classes"}, &O::classes, "<n>").NewUsageLine().Default(8)
+        Row({"-classes"}, &O::classes, "<n>").Python("n_classes").NewUsageLine().Default(8)
             .Range(1, 255, "between 1 and 255 classes fit a Byte class raster")
             .Help("Number of classes wanted.").Json("classes").Qgis("CLASSES", "Number of classes").Ask(F::Classes).FindsClasses(),
-        Row({"-initial"}, &O::initialClasses, "<n>").Default(4)
+        Row({"-initial"}, &O::initialClasses, "<n>").Python("initial").Default(4)
             .Range(1, 255, "between 1 and 255 starting centres")
             .Help("Cluster centres to start from. The iterations end early once the cluster count equals "
                   "the classes wanted after an odd-numbered iteration, so starting below that number "
                   "leaves room to split.")
             .Json("initial").Qgis("INITIAL", "Initial cluster centres").Ask(F::InitialClasses).FindsClasses(),
-        Row({"-min-size"}, &O::minClassPixels, "<pixels>").Default(20)
+        Row({"-min-size"}, &O::minClassPixels, "<pixels>").Python("min_size").Default(20)
             .AtLeast(0, "a cluster cannot have fewer than 0 pixels")
             .Help("Clusters with fewer pixels are dropped (0 keeps all). Counted on the working copy: " +
                   isodata_run::WorkingCopyRule() + ".")
             .Json("min-size").Qgis("MIN_SIZE", "Minimum cluster size (pixels)").Ask(F::MinClassPixels).FindsClasses(),
-        Row({"-merge-pairs"}, &O::maxMergePairs, "<n>").Default(2)
+        Row({"-merge-pairs"}, &O::maxMergePairs, "<n>").Python("merge_pairs").Default(2)
             .AtLeast(0, "at least 0 pairs (0 merges nothing)")
             .Help("Most cluster pairs merged in one merge step.")
             .Json("merge-pairs").Qgis("MERGE_PAIRS", "Cluster pairs merged per step").Ask(F::MaxMergePairs).FindsClasses(),
-        Row({"-iter"}, &O::maxIterations, "<n>").NewUsageLine().Default(10)
+        Row({"-iter"}, &O::maxIterations, "<n>").Python("max_iter").NewUsageLine().Default(10)
             .AtLeast(1, "at least 1 iteration (0 would run until the class count reaches -classes, "
                         "which may never happen)")
             .Help("Iterations to run.").Json("iter").Qgis("ITERATIONS", "Iterations").Ask(F::MaxIterations).FindsClasses(),
-        Row({"-std"}, &O::stdDevThreshold, "<value>").Default(10)
+        Row({"-std"}, &O::stdDevThreshold, "<value>").Python("std").Default(10)
             .AtLeast(0, "a standard deviation is never negative")
             .Help("A cluster whose largest band standard deviation exceeds this may be split.")
             .Json("std").Qgis("STD", "Split threshold (standard deviation)").Ask(F::StdDevThreshold).FindsClasses(),
-        Row({"-merge-dist"}, &O::mergeDistance, "<value>").Default(20)
+        Row({"-merge-dist"}, &O::mergeDistance, "<value>").Python("merge_dist").Default(20)
             .AtLeast(0, "a distance is never negative")
             .Help("Cluster centres closer than this (Euclidean distance, in pixel values) may be merged.")
             .Json("merge-dist").Qgis("MERGE_DIST", "Merge distance").Ask(F::MergeDistance).FindsClasses(),
-        Row({"-oo"}, &O::openOptions, "<NAME=VALUE>").NewUsageLine().Expects("NAME=VALUE")
+        Row({"-oo"}, &O::openOptions, "<NAME=VALUE>").Python("open_options").NewUsageLine().Expects("NAME=VALUE")
             .Help("Open option of the input's GDAL driver (OVERVIEW_LEVEL=NONE, say); repeat for several. The "
                   "input is opened with them wherever it is read.")
             .Json("oo").Ask(F::OpenOptions),
-        Row({"-srcnodata"}, &O::srcNodata, "<value>|None")
+        Row({"-srcnodata"}, &O::srcNodata, "<value>|None").Python("nodata")
             .Expects("a number, several in quotes, or None")
             .Help("Nodata value of the input's bands, replacing the one they declare: one value, or one a "
                   "band (\"0 0 255\"). None ignores declared nodata values, NaN and infinities too. Pixels "
                   "left out join no class and stay 0.")
             .ByDefault("the values the bands declare; NaN and infinities are left out as well")
             .Json("srcnodata").Qgis("SRCNODATA", "Nodata value(s), or None", "text").Ask(F::SrcNodata),
-        Row({"-mask"}, &O::mask, "<raster>|none").Expects("a raster or none")
+        Row({"-mask"}, &O::mask, "<raster>|none").Python("mask").Expects("a raster or none")
             .Help("A mask raster of the input's size, non-zero where pixels are valid; or none, which "
                   "ignores the input's own mask and alpha bands.")
             .ByDefault("the input's mask or alpha band, if it has one")
             .Json("mask").Qgis("MASK", "Mask raster (non-zero = valid)", "raster_or_none").Ask(F::Mask),
-        Row({"-model-out"}, &O::modelOut, "<file.json>").NewUsageLine().Expects("a file name")
+        Row({"-model-out"}, &O::modelOut, "<file.json>").Python("model_out").NewUsageLine().Expects("a file name")
             .Help("Also write the classes found as a model file (JSON: centres, colours, statistics), to "
                   "label other rasters with -apply.")
             .Json("model-out").Qgis("MODEL_OUT", "Class model file", "file_out").Ask(F::ModelOut),
-        Row({"-apply"}, &O::apply, "<model.json>").Expects("a model file")
+        Row({"-apply"}, &O::apply, "<model.json>").Python("model").Expects("a model file")
             .Help("Label the input with the classes of a model file instead of finding classes: the same "
                   "labelling as the run that wrote it, in one pass. The bands and the nodata and mask rule "
                   "come from the model (-srcnodata and -mask still override the rule).")
             .Json("apply").Ask(F::Apply),
-        Row({"-plain"}, &O::plain).Json("plain").Ask(F::Plain).Qgis("PLAIN", "Plain run (zero sums are background, overviews used)")
+        Row({"-plain"}, &O::plain).Python("plain").Json("plain").Ask(F::Plain).Qgis("PLAIN", "Plain run (zero sums are background, overviews used)")
             .Help("The plug-in's plain run, exactly: pixels whose band values sum to zero stay unclassified "
                   "(background), so do pixels " + isodata_run::LabellingReachText() +
                   " or further from every centre, the working copy is read from "
                   "overviews where GDAL would, and nodata, NaN and masks are not looked at (as -srcnodata None "
                   "-mask none). By default every valid pixel is classified and the working copy comes from the "
                   "full-resolution pixels, so overviews never change the classes."),
-        Row({"-threads"}, &O::threads, "<n>|ALL_CPUS").NewUsageLine().Default(0.0).Word("ALL_CPUS", 0)
+        Row({"-threads"}, &O::threads, "<n>|ALL_CPUS").Python("threads").NewUsageLine().Default(0.0).Word("ALL_CPUS", 0)
             .ByDefault("ALL_CPUS").Expects("a count or ALL_CPUS")
             .Range(1, 1024, "from 1 thread to 1024, or ALL_CPUS")
             .Help("Threads the passes over the pixels share out to; the result is the same for every count.")
             .Json("threads").Ask(F::Threads),
-        Row({"-mem"}, &O::memoryMB, "<MB>").Default(-1).Automatic().Expects("a number of megabytes")
+        Row({"-mem"}, &O::memoryMB, "<MB>").Python("mem").Default(-1).Automatic().Expects("a number of megabytes")
             .AtLeast(0, "0 keeps the working copy on disk").Ask(F::Memory)
             .Help("Megabytes the working copy may take in memory instead of a file in the run folder "
                   "(0 keeps it on disk). The run needs about 60 MB beside it.")
             .ByDefault("a quarter of the physical memory")
             .Json("mem"),
-        Row({"-of"}, &O::format, "<format>").NewUsageLine().Default(DefaultFormatName()).Ask(F::Format)
+        Row({"-of"}, &O::format, "<format>").Python("format").NewUsageLine().Default(DefaultFormatName()).Ask(F::Format)
             .Expects("a GDAL format name")
             .Help("GDAL format of the output: " + isodata_run::DefaultFormat() +
                   ", GTiff, COG or any GDAL raster driver that writes files and "
@@ -163,9 +164,9 @@ std::vector<OptionRow> Rows() {
                   "keeps them (for GeoTIFF, the .aux.xml beside it). The written file is read back and compared "
                   "with the classes before it is put in place.")
             .Json("of"),
-        Row({"-co"}, &O::creationOptions, "<NAME=VALUE>").Expects("NAME=VALUE")
+        Row({"-co"}, &O::creationOptions, "<NAME=VALUE>").Python("creation_options").Expects("NAME=VALUE")
             .Help("Creation option of that format; repeat for several.").Json("co").Ask(F::CreationOptions),
-        Row({"-preview"}, &O::previewPath, "<png>").Expects("a file name")
+        Row({"-preview"}, &O::previewPath, "<png>").Python("preview").Expects("a file name")
             .Help("Also write a quick-look PNG of the classes in their colours, at most " +
                   std::to_string(isodata_run::kPreviewMaxSide) + " pixels on its longer side.")
             .Json("preview").Ask(F::Preview),
@@ -178,9 +179,9 @@ std::vector<OptionRow> Rows() {
             .Help("bar (GDAL's 0...10...100 per stage; the default on a terminal), lines (a line per stage; "
                   "the default otherwise) or machine (\"progress <overall %> <stage>\" lines on stderr, for "
                   "programs that run isodata)."),
-        Row({"--tmpdir"}, &O::tmpDir, "<folder>").Expects("a folder").Ask(F::TmpDir)
+        Row({"--tmpdir"}, &O::tmpDir, "<folder>").Python("tmpdir").Expects("a folder").Ask(F::TmpDir)
             .Help("Where the run folder goes.").ByDefault("beside the output"),
-        Row({"--debug"}, &O::gdalDebug).NewUsageLine()
+        Row({"--debug"}, &O::gdalDebug).Python("debug").NewUsageLine()
             .Help("Show GDAL's messages as they come (as CPL_DEBUG=ON does)."),
         Row({"--plugin"}, &O::pluginPath, "<library>").Expects("a file name").Ask(F::Plugin)
             .Help("Classification plug-in to load.").ByDefault("libisodata.so beside this program"),

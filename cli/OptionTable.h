@@ -51,6 +51,7 @@ struct OptionRow {
     // "raster_or_none" (a raster layer, and a box for the word none) or
     // "file_out" (a file to write). Numbers and band lists need no word.
     std::string qgisKind;
+    std::string pythonName;  // the keyword of the Python package; empty: not offered there
     bool newUsageLine = false;  // starts a new line of the usage synopsis
     bool findsClasses = false;  // a setting of the clustering, which a model to apply does not take
 

@@ -105,7 +105,9 @@ QJsonObject SpecJson(const OptionRow& row, const Options& defaults) {
                      {"json_key", TextOrNull(row.jsonKey)},
                      {"qgis_name", TextOrNull(row.qgisName)},
                      {"qgis_label", TextOrNull(row.qgisLabel)},
-                     {"qgis_kind", TextOrNull(row.qgisKind)}};
+                     {"qgis_kind", TextOrNull(row.qgisKind)},
+                     {"python_name", TextOrNull(row.pythonName)},
+                     {"finds_classes", row.findsClasses}};
     if (!choices.isEmpty()) json["choices"] = choices;
     return json;
 }

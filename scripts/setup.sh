@@ -15,6 +15,9 @@ packages=(
   libboost-dev
   libgtest-dev libgmock-dev
   time
+  # the Python package: its binding, and what its users hold scenes in
+  python3-dev pybind11-dev python3-numpy python3-pytest
+  python3-xarray python3-dask python3-distributed python3-rioxarray python3-tqdm
 )
 if [ "${1:-}" = "--with-qgis" ]; then
   packages+=(qgis python3-qgis qgis-providers)
