@@ -23,6 +23,7 @@
 #include "ResultRaster.h"
 
 #include "LabelRow.h"
+#include "ReducedRead.h"
 #include "WindowReader.h"
 
 #include <GdalSession.h>
@@ -105,7 +106,7 @@ constexpr std::size_t kReadAheadBytes = 2 * kWindowBytes;
 // load side by side, so each slot but the first reads through a handle of
 // its own, its mask bands too; the first uses the input's own. Mask bands of
 // another dataset (a virtual copy with other nodata values) or a mask raster
-// keep to one reader.
+// keep to one reader, and so does an input whose handles share a file.
 std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                                const std::vector<std::uint32_t>& bandIndices, WindowShape shape,
                                                const ResultPassOptions& options, bool figures) {
@@ -115,7 +116,7 @@ std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataS
     const std::size_t windowBytes = static_cast<std::size_t>(shape.rows) * static_cast<std::size_t>(shape.columns) *
                                     std::max<std::size_t>(bandIndices.size(), 1) * sizeof(float);
     const int fit = static_cast<int>(std::clamp<std::size_t>(kReadAheadBytes / windowBytes, 1, kMostReaders));
-    const int readers = ownMasks ? std::min(threads, fit) : 1;
+    const int readers = ownMasks && !HandlesShareFiles(source->GetGDALDataset()) ? std::min(threads, fit) : 1;
     std::vector<std::unique_ptr<WindowSlot>> slots;
     slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules, figures));
     for (int i = 1; i < readers; ++i) {

@@ -261,7 +261,8 @@ std::vector<std::pair<std::size_t, std::size_t>> Runs(const std::vector<RowGroup
 
 // The one pass: runs of whole groups, each filling one batch, are read a
 // round of lanes at a time, run t of a round by lane t through a handle of
-// its own (a dataset serves one thread at a time) into a batch of its own;
+// its own (a dataset serves one thread at a time; one whose handles share a
+// file has one lane) into a batch of its own;
 // the batches are then written here in row order, and GDAL's errors raised
 // while reading are raised again here. With one lane (one thread, or an
 // overview as the source, which has no handle of its own to be had) each
@@ -269,7 +270,9 @@ std::vector<std::pair<std::size_t, std::size_t>> Runs(const std::vector<RowGroup
 bool CopyInOnePass(const Plan& plan, GDALDataset* input, GDALDataset* working, int width, WorkerPool* pool,
                    std::size_t budget) {
     const std::vector<RowGroup> groups = GroupRows(plan);
-    const std::size_t threads = pool && plan.source == input ? static_cast<std::size_t>(pool->Threads()) : 1;
+    const std::size_t threads = pool && plan.source == input && !HandlesShareFiles(input)
+                                    ? static_cast<std::size_t>(pool->Threads())
+                                    : 1;
     const LaneShape shape = ShapeLanes(plan, groups, width, threads, budget);
     const auto runs = Runs(groups, shape.capacity);
     const std::size_t lanes = std::min(shape.lanes, runs.size());

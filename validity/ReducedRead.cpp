@@ -183,6 +183,12 @@ bool HasOverviews(GDALDataset* dataset) {
     return false;
 }
 
+bool HandlesShareFiles(GDALDataset* dataset) {
+    if (!dataset || !dataset->GetDriver() || !EQUAL(dataset->GetDriver()->GetDescription(), "VRT")) return false;
+    char** xml = dataset->GetMetadata("xml:VRT");
+    return xml && xml[0] && std::strstr(xml[0], "VRTRawRasterBand");
+}
+
 void ReducedBuffer::Release(std::size_t offset, std::size_t length) {
     if (!mapped_ || offset >= bytes_) return;
     const std::size_t start = offset / PageSize() * PageSize();

@@ -69,6 +69,12 @@ std::vector<int> NearestColumns(int offset, int size, int bandSize, int count);
 // could use.
 bool HasOverviews(GDALDataset* dataset);
 
+// Whether handles of dataset opened apart share a file position, so that two
+// threads reading through two of them would read each other's bytes: GDAL
+// opens the file behind a raw band of a VRT once for the whole process.
+// Such a dataset is read through one handle only.
+bool HandlesShareFiles(GDALDataset* dataset);
+
 // The folder of the file a dataset was opened from or created as; empty for
 // datasets that are not files.
 std::string FolderOf(const char* datasetPath);

@@ -19,9 +19,11 @@
 
 #include <cmath>
 #include <cstdint>
+#include <fstream>
 #include <functional>
 #include <limits>
 #include <set>
+#include <sstream>
 
 namespace {
 
@@ -302,6 +304,42 @@ TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
                 EXPECT_EQ(excluded(many), excluded(one));
             }
         }
+    }
+}
+
+// GDAL opens the file behind a VRT's raw bands once for the whole process,
+// so two handles of such a VRT share one file position: read side by side
+// they would read each other's bytes. Such an input is read as one thread
+// reads it, whatever the thread count.
+TEST_F(RunWithOptionsTest, AVirtualRasterOfRawBandsGivesTheOneThreadRunWithThreads) {
+    const int width = 333, height = 210, bands = 3;
+    std::vector<std::uint16_t> pixels(static_cast<std::size_t>(width) * height * bands);
+    for (int b = 0; b < bands; ++b)
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                pixels[(static_cast<std::size_t>(b) * height + y) * width + x] =
+                    static_cast<std::uint16_t>(Land(b + 1, x, y) + (x * y) % 13);
+    std::ofstream(dir.File("scene.raw"), std::ios::binary)
+        .write(reinterpret_cast<const char*>(pixels.data()), static_cast<std::streamsize>(pixels.size() * 2));
+    std::ostringstream vrt;
+    vrt << "<VRTDataset rasterXSize=\"" << width << "\" rasterYSize=\"" << height << "\">";
+    for (int b = 0; b < bands; ++b)
+        vrt << "<VRTRasterBand dataType=\"UInt16\" band=\"" << b + 1 << "\" subClass=\"VRTRawRasterBand\">"
+            << "<SourceFilename relativeToVRT=\"1\">scene.raw</SourceFilename><ImageOffset>"
+            << std::size_t{2} * width * height * b << "</ImageOffset><PixelOffset>2</PixelOffset><LineOffset>"
+            << 2 * width << "</LineOffset><ByteOrder>LSB</ByteOrder></VRTRasterBand>";
+    vrt << "</VRTDataset>";
+    std::ofstream(dir.File("scene.vrt")) << vrt.str();
+
+    stIsodataRunOptions options;
+    options.classStatistics = true;
+    const Outcome one = Run(Record(dir.File("scene.vrt"), bands), &options);
+    ASSERT_TRUE(one.executed);
+    for (const int threads : {2, 7}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        options.threads = threads;
+        options.memoryBytes = std::int64_t{1} << 30;
+        ExpectSameRun(Run(Record(dir.File("scene.vrt"), bands), &options), one);
     }
 }
 
