@@ -17,7 +17,7 @@ from ._files import apply, classify, options
 from ._isodata import gdal_version as _gdal_version
 from ._isodata import version as _version
 
-__version__ = _version().split()[-1]
+__version__ = _version().split()[1]
 
 __all__ = ["ISODATA", "load", "classify", "apply", "options", "Error", "RequestError", "RunError",
            "RunWarning", "PreviewWarning"]
