@@ -7,11 +7,12 @@ there too) and are read by a helper thread while the run holds no GIL.
 """
 import json
 import os
+import re
 import sys
 import threading
 import warnings
 
-from . import _isodata
+from . import _isodata, _options
 from ._errors import Error, PreviewWarning, RequestError, RunError, RunWarning
 
 _EXIT_BAD_REQUEST = 1
@@ -93,6 +94,15 @@ class _Messages:
             raise self._failure
 
 
+# The command's spelling of an option in a message, and the package's.
+_PYTHON_NAMES = {}
+for _keyword, _row in _options.ROWS.items():
+    for _name in _row["names"]:
+        _PYTHON_NAMES[_name] = _keyword + ("=True" if _row["type"] == "flag" else "")
+_SPELLING = re.compile(r"(?<![\w/.-])(" + "|".join(sorted(map(re.escape, _PYTHON_NAMES), key=len, reverse=True))
+                       + r")(?![\w-])")
+
+
 def run(words, progress=None, names=None):
     """Runs ``isodata <words> -json`` and returns its summary as a dict.
 
@@ -115,7 +125,7 @@ def run(words, progress=None, names=None):
     def readable(text):
         for name, shown in (names or {}).items():
             text = text.replace(f"'{name}'", shown).replace(name, shown)
-        return text
+        return _SPELLING.sub(lambda m: _PYTHON_NAMES[m.group(1)], text)
 
     summary = json.loads(out) if out.strip() else {}
     if status == 130:

@@ -47,7 +47,8 @@ def _read_labels(path, rows, cols):
 
 
 def _names(raster, mask, model=None):
-    names = {raster.path: _ARRAY}
+    names = {} if model is None else {f"-apply '{model}': ": ""}
+    names[raster.path] = _ARRAY
     if mask is not None:
         names[mask.path] = _MASK
     if model is not None:
