@@ -73,9 +73,10 @@ def label_pixels(model_json, pixels, nodata=None, descriptions=None, mask=None, 
         return _read_labels(out, rows, cols), summary
 
 
-def _label_block(block, model_json, nodata, descriptions):
+def _label_block(block, model_json, nodata, descriptions, mask=None):
     # One chunk inside a Dask task: one thread, no progress, nothing shared.
-    return label_pixels(model_json, block, nodata, descriptions, threads=1, progress=False)[0]
+    return label_pixels(model_json, block, nodata, descriptions, None if mask is None else mask[0], threads=1,
+                        progress=False)[0]
 
 
 def _figures(labels, pixels, classes):
@@ -258,7 +259,7 @@ class ISODATA:
         _, rows, cols = scene.shape
         pick_rows, pick_cols = _isodata.working_copy_picks(cols, rows)
         small = np.asarray(pixels[:, pick_rows, :][:, :, pick_cols].compute())
-        small_mask = None if mask is None else np.asarray(mask)[np.ix_(pick_rows, pick_cols)]
+        small_mask = None if mask is None else np.asarray(mask[pick_rows][:, pick_cols])
         with _workspace(self.tmpdir) as folder, \
                 Enlarged(VirtualRaster(small, nodata=scene.nodata, descriptions=scene.descriptions), cols, rows,
                          scene.transform, scene.crs, scene.nodata, scene.descriptions) as raster, \
@@ -342,13 +343,19 @@ class ISODATA:
         return scene.wrap(labels)
 
     def _predict_lazy(self, scene, mask):
-        if mask is not None:
-            raise RequestError("a mask goes with a Dask-backed scene as nodata values, not as an array")
+        import dask.array as da
+
         pixels = scene.pixels
         check_pixels(pixels)
         pixels = pixels.rechunk({0: -1})
-        return pixels.map_blocks(_label_block, self.model_json_, scene.nodata, scene.descriptions, drop_axis=0,
-                                 dtype=np.uint8, meta=np.empty((0, 0), dtype=np.uint8))
+        masks = []
+        if mask is not None:
+            if tuple(mask.shape) != pixels.shape[1:]:
+                raise RequestError(f"the mask has shape {tuple(mask.shape)}; the array has {pixels.shape[1]} rows "
+                                   f"and {pixels.shape[2]} columns")
+            masks = [da.asarray(mask).rechunk(pixels.chunks[1:])[np.newaxis]]
+        return da.map_blocks(_label_block, pixels, self.model_json_, scene.nodata, scene.descriptions, *masks,
+                             drop_axis=0, dtype=np.uint8, meta=np.empty((0, 0), dtype=np.uint8))
 
     def fit_predict(self, X, y=None, **kwargs):
         """fit, then the fitted scene's labels."""
