@@ -112,6 +112,7 @@ int RunCommand(const Options& options, std::ostream& out, std::ostream& err, boo
     const bool published = report.outcome == RunOutcome::Ok || report.outcome == RunOutcome::PreviewFailed;
     if (published && (!o.quiet || o.json))
         out << (o.json ? FormatJson(report, o, prepared.space) : FormatSummary(report, o)) << std::flush;
+    if (published && o.gdalDebug) err << IterationLines(report) << std::flush;
     if (published) {
         for (const isodata_run::Notice& warning : report.warnings)
             err << "isodata: warning: " << WithRemedies(warning.message, warning.remedies) << "\n";

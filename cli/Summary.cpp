@@ -90,7 +90,41 @@ void StatisticsTable(std::ostream& out, const RunReport& r) {
     }
 }
 
+QJsonArray IterationsJson(const RunReport& r) {
+    QJsonArray rounds;
+    for (const isodata_run::IterationReport& it : r.iterations) {
+        QJsonArray merged;
+        for (const auto& [a, b] : it.merged) merged.append(QJsonArray{a, b});
+        rounds.append(QJsonObject{
+            {"iteration", it.round ? QJsonValue(static_cast<double>(it.round)) : QJsonValue()},
+            {"step", it.Step()},
+            {"split", it.split ? QJsonValue(it.split) : QJsonValue()},
+            {"merged", merged},
+            {"removed", it.removed},
+            {"classes", it.classes},
+            {"mean_distance", std::isfinite(it.meanDistance) ? QJsonValue(it.meanDistance) : QJsonValue()}});
+    }
+    return rounds;
+}
+
 } // namespace
+
+std::string IterationLines(const RunReport& report) {
+    std::ostringstream out;
+    for (const isodata_run::IterationReport& it : report.iterations) {
+        out << (it.round ? "iteration " + std::to_string(it.round) : std::string("after the last iteration")) << ": ";
+        if (it.removed) out << it.removed << " small cluster" << (it.removed == 1 ? "" : "s") << " dropped, ";
+        if (it.split) out << "cluster " << it.split << " split";
+        for (std::size_t i = 0; i < it.merged.size(); ++i)
+            out << (i ? ", " : "clusters ") << it.merged[i].first << " and " << it.merged[i].second
+                << (i + 1 == it.merged.size() ? " merged" : "");
+        if (!it.split && it.merged.empty()) out << "no split or merge";
+        out << "; " << it.classes << " cluster" << (it.classes == 1 ? "" : "s");
+        if (std::isfinite(it.meanDistance)) out << ", mean distance " << it.meanDistance;
+        out << "\n";
+    }
+    return out.str();
+}
 
 std::string FormatJson(const RunReport& report, const Options& o, const isodata_run::SpaceEstimate& space) {
     QJsonArray classes;
@@ -103,6 +137,7 @@ std::string FormatJson(const RunReport& report, const Options& o, const isodata_
                         {"classes", classes},
                         {"unclassified", static_cast<double>(report.UnclassifiedValid())},
                         {"excluded", ExcludedJson(report)},
+                        {"iterations", IterationsJson(report)},
                         {"seconds", report.seconds}};
     if (report.figuresKnown)
         summary["unclassified_by"] = QJsonObject{{"background", static_cast<double>(report.background)},

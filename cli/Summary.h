@@ -16,6 +16,8 @@ namespace isodata_cli {
 // format as GDAL spells it).
 std::string FormatSummary(const isodata_run::RunReport& report, const Options& checked);
 // space: the run folder's need as the checks estimated it.
+// What each round of the clustering did, a line each: for --debug.
+std::string IterationLines(const isodata_run::RunReport& report);
 std::string FormatJson(const isodata_run::RunReport& report, const Options& checked,
                        const isodata_run::SpaceEstimate& space);
 

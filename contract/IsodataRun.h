@@ -76,6 +76,17 @@ struct ISODATA_RECORD_API stIsodataClassReport {
     std::vector<double> mean, stddev;  // per chosen band, with classStatistics; deviation over n
 };
 
+// What one round of the clustering did. Clusters are numbered from 1 as
+// they were when the step was taken.
+struct ISODATA_RECORD_API stIsodataIteration {
+    std::int64_t round = 0;             // 1, 2, ...; 0: small clusters dropped after the last round
+    std::int32_t removed = 0;           // small clusters dropped at the round's start
+    std::int32_t split = 0;             // the cluster split; 0 when none was
+    std::vector<std::int32_t> merged;   // the pairs merged, closest first: first, second, first, second, ...
+    std::int32_t classes = 0;           // clusters after the round
+    double meanDistance = 0.0;          // the overall mean distance the round was judged by; NaN for round 0
+};
+
 // How far, in single-precision city-block distance, the labelling looks
 // for a centre: a pixel with none nearer stays unclassified.
 inline constexpr float kLabellingReach = 1e7f;
@@ -96,6 +107,7 @@ struct ISODATA_RECORD_API stIsodataRunReport {
     std::int64_t zeroPixels = 0;             // classified, 0 in every chosen band (without the plain rules)
     std::int32_t pixelType = 0;              // pixel-type code the centres were held in (GDAL's numbers)
     std::vector<stIsodataClassReport> classes;  // class k + 1 in entry k
+    std::vector<stIsodataIteration> iterations; // the clustering's rounds in order; empty when centres were applied
 };
 
 struct ISODATA_RECORD_API stIsodataRun {

@@ -93,6 +93,11 @@ struct EngineState {
     std::vector<double> memberSums;                  // [cluster * bands + band], members' values
     bool memberSumsCurrent = false;                  // memberSums add up what the scratch files hold
 
+    // What the rounds did, for the report; read by nothing that decides.
+    std::vector<IterationStep> history;
+    std::int32_t lastSplit = 0;                      // 1-based cluster the last split took; 0: none
+    std::vector<std::pair<std::int32_t, std::int32_t>> lastMerges;  // 1-based pairs the last merge took
+
     // Result and texts.
     KalUtility::_ptr_t<KalDataSource::RasterDataset> resultDataset;  // class raster, open for update
     QString progressText;                            // prefix of every stage text in the loop
@@ -129,7 +134,8 @@ private:
     // The iteration driver and its helpers (RunIsodata.cpp).
     QString StageText(const char* sourceText) const;
     void RunIteration(std::uint64_t round, ProgressFn progress, void* userData, bool& stop);
-    void ReclassifyWhileSmallClassesDropped(ProgressFn progress, void* userData);
+    // The clusters dropped, counted.
+    std::int32_t ReclassifyWhileSmallClassesDropped(ProgressFn progress, void* userData);
     void InitBlockGrid();
     BlockGeometry Block(std::uint32_t b) const;
     std::size_t ClusterLoopCount() const { return static_cast<std::size_t>(classSlots - 1); }

@@ -59,10 +59,12 @@ bool IsodataEngine<T>::MergeClusters() {
     std::vector<unsigned char> removed(static_cast<std::size_t>(std::max(clusters, 0)), 0);
     bool merged = false;
     std::uint64_t processed = 0;
+    lastMerges.clear();
     for (auto it = candidates.rbegin(); it != candidates.rend(); ++it) {
         if (processed >= maxMergePairs) break;
         merged = true;
         const std::size_t i = it->first, j = it->second;
+        lastMerges.emplace_back(static_cast<std::int32_t>(i + 1), static_cast<std::int32_t>(j + 1));
         const std::int32_t ni = ClusterTotal(i), nj = ClusterTotal(j);
         const std::size_t into = ni > nj ? i : j;
         const std::size_t other = into == i ? j : i;

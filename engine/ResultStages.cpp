@@ -14,6 +14,7 @@ void IsodataEngine<T>::GenerateResultRaster(ProgressFn progress, void* userData)
         report->pixelType = pixelType;
         report->centres.clear();
         for (const auto& centre : centers) report->centres.emplace_back(centre.begin(), centre.end());
+        report->iterations = history;
     }
     isodata::GenerateResultRaster(sourceDataset, resultDataset, bandIndices,
                                   ToLabelCenters(centers, bandIndices.size()), progress, userData, resultPass,

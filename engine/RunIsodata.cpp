@@ -173,11 +173,13 @@ void IsodataEngine<T>::RemoveClassFiles() {
 }
 
 template <class T>
-void IsodataEngine<T>::ReclassifyWhileSmallClassesDropped(ProgressFn progress, void* userData) {
+std::int32_t IsodataEngine<T>::ReclassifyWhileSmallClassesDropped(ProgressFn progress, void* userData) {
+    const std::uint64_t before = classSlots;
     while (RemoveSmallClasses()) {
         RemoveClassFiles();
         ClassifyPixels(StageProgress(progress, userData, StageText(kStatisticalClassification)));
     }
+    return static_cast<std::int32_t>(before - classSlots);
 }
 
 template <class T>
@@ -185,7 +187,9 @@ void IsodataEngine<T>::RunIteration(std::uint64_t round, ProgressFn progress, vo
     // The prefix grows every round and is never reset: "1times iteration2times
     // iteration..." is what the host shows, on purpose.
     progressText += QString("%1").arg(round, 0, 10, QLatin1Char(' ')) + Translate(kEngineContext, kTimesIteration);
-    ReclassifyWhileSmallClassesDropped(progress, userData);
+    IterationStep step;
+    step.round = static_cast<std::int64_t>(round);
+    step.removed = ReclassifyWhileSmallClassesDropped(progress, userData);
     ComputeClusterCenters(StageProgress(progress, userData, StageText(kComputingClusterCenter)));
     ComputeMeanDistances(StageProgress(progress, userData, StageText(kAverageDistance)));
 
@@ -193,6 +197,7 @@ void IsodataEngine<T>::RunIteration(std::uint64_t round, ProgressFn progress, vo
     for (std::size_t c = 0; c < ClusterLoopCount(); ++c)
         weighted += static_cast<double>(classPixelCounts[c]) * meanDistances[c];
     overallMeanDistance = weighted / static_cast<double>(meanDistancePixels);
+    step.meanDistance = overallMeanDistance;
 
     const std::uint64_t k = classCount, d = desiredClassCount;
     const bool odd = round % 2 == 1;
@@ -200,15 +205,19 @@ void IsodataEngine<T>::RunIteration(std::uint64_t round, ProgressFn progress, vo
         stop = true;
     } else if (k <= d / 2 || (k < 2 * d && odd)) {
         if (SplitClusters(StageProgress(progress, userData, StageText(kSplit)))) {
+            step.split = lastSplit;
             RemoveClassFiles();
             classCount = classSlots - 1;  // before the pass here, after it on a merge: kept as is
             ClassifyPixels(StageProgress(progress, userData, StageText(kSplitClassification)));
         }
     } else if (MergeClusters()) {
+        step.merged = lastMerges;
         RemoveClassFiles();
         ClassifyPixels(StageProgress(progress, userData, StageText(kMergeClassification)));
         classCount = classSlots - 1;
     }
+    step.classes = static_cast<std::int32_t>(classSlots - 1);
+    history.push_back(std::move(step));
 }
 
 template <class T>
@@ -231,7 +240,13 @@ bool IsodataEngine<T>::RunIsodata(ProgressFn progress, void* userData) {
     } while (--remaining != 0);
 
     classCount = classSlots - 1;
-    ReclassifyWhileSmallClassesDropped(progress, userData);
+    if (const std::int32_t removed = ReclassifyWhileSmallClassesDropped(progress, userData); removed > 0) {
+        IterationStep last;
+        last.removed = removed;
+        last.classes = static_cast<std::int32_t>(classSlots - 1);
+        last.meanDistance = std::nan("");
+        history.push_back(std::move(last));
+    }
     progressText = Translate(kEngineContext, kGenerateResultFile);
     if (!OpenResultDataset()) {
         ReleaseEngine();

@@ -72,6 +72,7 @@ bool IsodataEngine<T>::SplitClusters(const StageProgress& stage) {
     for (std::size_t c = 0; c < start && chosen == clusters; ++c)
         if (spreadTest(c) && (farther(c) || classPixelCounts[c] > wrapBound)) chosen = c;
     if (chosen == clusters) return false;
+    lastSplit = static_cast<std::int32_t>(chosen + 1);
 
     const double offset = 0.5 * classStdDevs[chosen][0];
     centers.resize(static_cast<std::size_t>(classSlots));

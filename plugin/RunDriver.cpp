@@ -213,6 +213,17 @@ void FillReport(stIsodataRunReport& report, const PassReport& pass) {
     report.zeroPixels = pass.unclassified.allZero;
     report.beyondReachPixels = pass.unclassified.beyondReach;
     report.pixelType = pass.pixelType;
+    report.iterations.clear();
+    for (const IterationStep& step : pass.iterations) {
+        stIsodataIteration round;
+        round.round = step.round;
+        round.removed = step.removed;
+        round.split = step.split;
+        for (const auto& [first, second] : step.merged) round.merged.insert(round.merged.end(), {first, second});
+        round.classes = step.classes;
+        round.meanDistance = step.meanDistance;
+        report.iterations.push_back(std::move(round));
+    }
     report.classes.assign(pass.centres.size(), stIsodataClassReport());
     for (std::size_t c = 0; c < pass.centres.size(); ++c) {
         report.classes[c].centre = pass.centres[c];

@@ -150,6 +150,12 @@ class ISODATA:
         class's full-size pixels (NaN for a class without pixels).
     excluded_ : dict
         Pixels left out, ``{"pixels": n, "by": {rule: n}}``.
+    history_ : list of dict
+        What each round of the clustering did, as the ``-json`` summary's
+        ``iterations``: the step (``"split"``, ``"merge"``, ``"removed"``,
+        ``"none"``), the cluster split or the pairs merged, the small
+        clusters dropped, the clusters after it and the overall mean
+        distance.
     summary_ : dict or None
         The run's ``-json`` summary (None after :func:`load`).
     model_json_ : str
@@ -248,6 +254,7 @@ class ISODATA:
                 self._take_model(f.read())
         self.summary_ = summary
         self.excluded_ = summary["excluded"]
+        self.history_ = summary["iterations"]
         self.labels_ = scene.wrap(labels)
         return self
 
@@ -266,9 +273,10 @@ class ISODATA:
                 _enlarged_mask(small_mask, cols, rows) as m:
             model, out = os.path.join(folder, "model.json"), os.path.join(folder, "classes")
             words = _options.words(self._settings()) + ["-model-out", model] + (["-mask", m.path] if m else [])
-            _command.run(words + [raster.path, out], progress, _names(raster, m))
+            summary = _command.run(words + [raster.path, out], progress, _names(raster, m))
             with open(model, encoding="utf-8") as f:
                 self._take_model(f.read())
+        self.history_ = summary["iterations"]  # the clustering saw the working copy's pixels only
         labels = self._predict_lazy(scene, mask)
         self._figures_from(labels, scene, mask)
         self.summary_ = None
@@ -397,4 +405,5 @@ def load(path):
     estimator._take_model(text)
     estimator.summary_ = None
     estimator.excluded_ = None
+    estimator.history_ = []
     return estimator

@@ -40,6 +40,20 @@ struct ClassReport {
     std::vector<double> mean, stddev;  // per chosen band; NaN for a class without pixels
 };
 
+// What one round of the clustering did; clusters numbered from 1 as they
+// were when the step was taken.
+struct IterationReport {
+    std::int64_t round = 0;  // 1, 2, ...; 0: small clusters dropped after the last round
+    int removed = 0;         // small clusters dropped at the round's start
+    int split = 0;           // the cluster split; 0 when none was
+    std::vector<std::pair<int, int>> merged;  // the pairs merged, closest first
+    int classes = 0;         // clusters after the round
+    double meanDistance = 0.0;  // the overall mean distance of the round; NaN for round 0
+
+    // "split", "merge", "removed" (small clusters only) or "none".
+    const char* Step() const { return split ? "split" : !merged.empty() ? "merge" : removed ? "removed" : "none"; }
+};
+
 struct RunReport {
     RunOutcome outcome = RunOutcome::ClassificationFailed;
     // For every outcome but Ok, one sentence naming the file or value at
@@ -67,6 +81,7 @@ struct RunReport {
     std::int64_t beyondReach = 0;  // valid, unclassified: no centre within the labelling's limit
     std::int64_t zeroPixels = 0;   // valid, classified, 0 in every chosen band (without the plain rules)
     double pixelArea = 0.0;        // map units per pixel; 0 when the geotransform is rotated or missing
+    std::vector<IterationReport> iterations;  // the clustering's rounds; empty for a model applied
     std::string resultHeader;      // the header published beside the result, for formats that keep one
     std::vector<Notice> warnings;  // what a person should know of a published result
 

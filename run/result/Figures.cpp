@@ -78,6 +78,12 @@ void AddFigures(const stIsodataRunReport& plugin, const RunRequest& request, con
     report.beyondReach = plugin.beyondReachPixels;
     report.zeroPixels = plugin.zeroPixels;
     report.pixelArea = PixelArea(ds.get());
+    for (const stIsodataIteration& round : plugin.iterations) {
+        IterationReport step{round.round, round.removed, round.split, {}, round.classes, round.meanDistance};
+        for (std::size_t i = 0; i + 1 < round.merged.size(); i += 2)
+            step.merged.emplace_back(round.merged[i], round.merged[i + 1]);
+        report.iterations.push_back(std::move(step));
+    }
     for (std::size_t k = 0; k < plugin.classes.size(); ++k) {
         const stIsodataClassReport& figures = plugin.classes[k];
         const int value = static_cast<int>(k) + 1;

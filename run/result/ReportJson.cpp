@@ -54,11 +54,26 @@ ClassReport ClassFrom(const QJsonValue& v) {
             FromNumbers(v["mean"]), FromNumbers(v["stddev"])};
 }
 
+QJsonObject IterationJson(const IterationReport& it) {
+    QJsonArray merged;
+    for (const auto& [a, b] : it.merged) merged.append(QJsonArray{a, b});
+    return {{"round", Count(it.round)}, {"removed", it.removed}, {"split", it.split}, {"merged", merged},
+            {"classes", it.classes},    {"mean_distance", std::isfinite(it.meanDistance) ? QJsonValue(it.meanDistance) : QJsonValue()}};
+}
+
+IterationReport IterationFrom(const QJsonValue& v) {
+    IterationReport it{Count(v["round"]), v["removed"].toInt(), v["split"].toInt(), {}, v["classes"].toInt(),
+                       v["mean_distance"].isDouble() ? v["mean_distance"].toDouble() : std::nan("")};
+    for (const QJsonValue& pair : v["merged"].toArray()) it.merged.emplace_back(pair[0].toInt(), pair[1].toInt());
+    return it;
+}
+
 } // namespace
 
 std::string ReportJson(const RunReport& r) {
-    QJsonArray classes, by, warnings, errors, files;
+    QJsonArray classes, by, warnings, errors, files, iterations;
     for (const ClassReport& c : r.classes) classes.append(ClassJson(c));
+    for (const IterationReport& it : r.iterations) iterations.append(IterationJson(it));
     for (const auto& [rule, pixels] : r.excludedBy) by.append(QJsonArray{Text(rule), Count(pixels)});
     for (const Notice& w : r.warnings) warnings.append(QJsonArray{Text(w.message), RemediesJson(w.remedies)});
     for (const std::string& e : r.gdalErrors) errors.append(Text(e));
@@ -70,7 +85,7 @@ std::string ReportJson(const RunReport& r) {
                         {"excluded", Count(r.excludedPixels)},    {"by", by},
                         {"background", Count(r.background)},      {"non_finite", Count(r.nonFinite)},
                         {"beyond_reach", Count(r.beyondReach)},   {"zero", Count(r.zeroPixels)},
-                        {"pixel_area", r.pixelArea},
+                        {"pixel_area", r.pixelArea},              {"iterations", iterations},
                         {"warnings", warnings},                   {"seconds", r.seconds},
                         {"gdal_failures", r.gdalFailures},        {"gdal_errors", errors},
                         {"files", files}};
@@ -95,6 +110,7 @@ RunReport ReportFromJson(const std::string& json) {
     r.beyondReach = Count(o["beyond_reach"]);
     r.zeroPixels = Count(o["zero"]);
     r.pixelArea = o["pixel_area"].toDouble();
+    for (const QJsonValue& it : o["iterations"].toArray()) r.iterations.push_back(IterationFrom(it));
     for (const QJsonValue& w : o["warnings"].toArray()) r.warnings.push_back({Text(w[0]), RemediesFrom(w[1])});
     r.seconds = o["seconds"].toDouble();
     r.gdalFailures = o["gdal_failures"].toInt();

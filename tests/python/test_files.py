@@ -66,3 +66,27 @@ def test_ctrl_c_ends_a_run_with_nothing_changed(sample_path, tmp_path):
     out, _ = child.communicate(timeout=60)
     assert child.returncode == 5 and "interrupted" in out
     assert sorted(os.listdir(tmp_path)) == ["big.tif"]
+
+
+@pytest.mark.parametrize("words", [[], ["-classes", 4, "-initial", 9, "-merge-dist", 60, "-min-size", 3000],
+                                   ["-classes", 12, "-initial", 2, "-std", 3, "-iter", 7]])
+def test_the_rounds_recorded_account_for_every_cluster(sample_path, tmp_path, words):
+    _, summary = command(*words, sample_path, tmp_path / "c.img")
+    rounds = summary["iterations"]
+    parameters = summary["parameters"]
+    assert 1 <= len([r for r in rounds if r["iteration"]]) <= parameters["iter"]
+    clusters = parameters["initial"]
+    for number, r in enumerate(rounds, start=1):
+        assert r["iteration"] in (number, None)
+        # A split adds one cluster, each merged pair takes one, dropped clusters go.
+        clusters += -r["removed"] + (r["split"] is not None) - len(r["merged"])
+        assert r["classes"] == clusters
+        assert r["step"] == ("split" if r["split"] else "merge" if r["merged"] else
+                             "removed" if r["removed"] else "none")
+        assert (r["mean_distance"] is None) == (r["iteration"] is None)
+    assert clusters == len([c for c in summary["classes"] if c["pixels"] > 0])
+    assert any(r["step"] != "none" for r in rounds)
+    # A model applied has no rounds.
+    command("-model-out", tmp_path / "m.json", "-overwrite", sample_path, tmp_path / "c.img")
+    _, again = command("-apply", tmp_path / "m.json", "-overwrite", sample_path, tmp_path / "c.img")
+    assert again["iterations"] == []
