@@ -170,6 +170,11 @@ std::vector<OptionRow> Rows() {
             .Help("Also write a quick-look PNG of the classes in their colours, at most " +
                   std::to_string(isodata_run::kPreviewMaxSide) + " pixels on its longer side.")
             .Json("preview").Ask(F::Preview),
+        Row({"-report"}, &O::reportPath, "<file.html>").Python("report").Expects("a file name")
+            .Help("Also write a report of the run as one HTML page that opens offline: the run, the class map "
+                  "with its legend, the classes' spectral signatures, their areas, the convergence over the "
+                  "iterations and how well the classes separate.")
+            .Json("report").Qgis("REPORT", "Report (HTML)", "file_out").Ask(F::Report),
         Row({"-json"}, &O::json)
             .Help("Print the summary as one JSON object on stdout (also with -q); progress then goes to "
                   "stderr."),

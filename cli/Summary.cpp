@@ -188,6 +188,7 @@ std::string FormatSummary(const RunReport& report, const Options& o) {
     out << ")\n";
     if (report.outcome == RunOutcome::Ok && !o.previewPath.empty()) out << "Preview: " << o.previewPath << "\n";
     if (!o.modelOut.empty()) out << "Model:   " << o.modelOut << "\n";
+    if (!o.reportPath.empty()) out << "Report:  " << o.reportPath << "\n";
     return out.str();
 }
 

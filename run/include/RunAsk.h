@@ -21,6 +21,7 @@ struct RunAsk {
     std::string format;                        // GDAL's name of the output's driver, in any case
     std::vector<std::string> creationOptions;  // NAME=VALUE for that driver
     std::string previewPath;                   // a PNG quick-look; empty: none
+    std::string reportPath;                    // an HTML report of the run; empty: none
     bool overwrite = false;                    // replace existing files once the new ones are complete
     std::vector<int> bands;                    // 1-based; empty: every band (or the model's)
     int classes = 0;
@@ -51,7 +52,7 @@ enum class AskField {
     None,  // the run as a whole
     Input, OpenOptions, Output, Format, CreationOptions, Preview, Overwrite, Bands,
     Classes, InitialClasses, MinClassPixels, MaxMergePairs, MaxIterations, StdDevThreshold, MergeDistance,
-    SrcNodata, Mask, ModelOut, Apply, Plain, Threads, Memory, TmpDir, Plugin,
+    SrcNodata, Mask, ModelOut, Apply, Plain, Threads, Memory, TmpDir, Plugin, Report,
 };
 
 // A setting that would change an outcome, and what it would do: the host

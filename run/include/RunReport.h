@@ -82,6 +82,12 @@ struct RunReport {
     std::int64_t zeroPixels = 0;   // valid, classified, 0 in every chosen band (without the plain rules)
     double pixelArea = 0.0;        // map units per pixel; 0 when the geotransform is rotated or missing
     std::vector<IterationReport> iterations;  // the clustering's rounds; empty for a model applied
+    // How well each pair of classes separates, rows and columns in the
+    // order of the classes with a centre; empty when not measured.
+    std::string separabilityMeasure;                 // its name, as people in the field know it
+    std::vector<std::vector<double>> separability;   // symmetric, 0 on the diagonal
+    double separabilityThreshold = 0.0;              // pairs below it are hard to separate
+    double separabilityMaximum = 0.0;                // the measure's value for classes that never overlap
     std::string resultHeader;      // the header published beside the result, for formats that keep one
     std::vector<Notice> warnings;  // what a person should know of a published result
 

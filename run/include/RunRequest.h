@@ -33,6 +33,7 @@ struct OutputSettings {
     std::string format;                        // GDAL's short name of the driver
     std::vector<std::string> creationOptions;  // NAME=VALUE for that driver
     std::string previewPath;                   // a PNG quick-look; empty for none
+    std::string reportPath;                    // an HTML report of the run; empty for none
     bool overwrite = false;                    // replace existing files once the new ones are complete
 };
 

@@ -12,12 +12,13 @@
 //     placed by them alone; convert to the asked-for format (read back and
 //     compared); let an ENVI header name the output, not the run folder.
 //  5. Open the result once: count its classes and draw the preview from the
-//     same dataset; write the model.
+//     same dataset; write the model and the HTML report.
 #include "ChildRun.h"
 
 #include "Convert.h"
 #include "Figures.h"
 #include "GdalErrorLog.h"
+#include "HtmlReport.h"
 #include "Model.h"
 #include "Paths.h"
 #include "PluginRun.h"
@@ -144,15 +145,20 @@ RunReport Classify(const ChildTask& task, RunListener& listener, const GdalError
     AddFigures(run.report, request, task.inputName, report);
     if (const Notice empty = EmptyResult(report); !empty.message.empty())
         return Ended(RunOutcome::ClassificationFailed, empty);
-    if (!request.model.outPath.empty() &&
-        !WriteModel(RunFolder::FromInputDir(Part::Model, FileNameOf(request.model.outPath)),
-                    ModelOf(request, task.inputName, run.report, report), error)) {
+    report.seconds = run.seconds;
+    report.warnings = Warnings(report, request);
+    const Model model = ModelOf(request, task.inputName, run.report, report);
+    const bool written =
+        (request.model.outPath.empty() ||
+         WriteModel(RunFolder::FromInputDir(Part::Model, FileNameOf(request.model.outPath)), model, error)) &&
+        (out.reportPath.empty() ||
+         WriteHtmlReport({request, report, model, *classes, task.inputName},
+                         RunFolder::FromInputDir(Part::Report, FileNameOf(out.reportPath)), error));
+    if (!written) {
         RunReport failed = Failed(error);
         AddSpaceHint(errors, place, failed);
         return failed;
     }
-    report.seconds = run.seconds;
-    report.warnings = Warnings(report, request);
     report.outcome = previewOk ? RunOutcome::Ok : RunOutcome::PreviewFailed;
     report.message = previewError;
     return report;

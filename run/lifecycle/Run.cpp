@@ -71,6 +71,7 @@ RunReport Abnormal(const ChildEnd& end) {
 // folder, and the preview and the model bound for their own places.
 std::vector<Move> MovesFor(const RunFolder& folder, const OutputSettings& out, bool withPreview,
                            const std::string& model) {
+    // The report, when asked for, is published with the result or not at all.
     std::vector<Move> moves;
     std::error_code ec;
     for (std::filesystem::directory_iterator it(folder.Dir(RunFolder::Part::Result), ec), end; !ec && it != end;
@@ -79,6 +80,8 @@ std::vector<Move> MovesFor(const RunFolder& folder, const OutputSettings& out, b
     if (withPreview)
         moves.push_back({folder.Dir(RunFolder::Part::Preview) + "/" + FileNameOf(out.previewPath), out.previewPath});
     if (!model.empty()) moves.push_back({folder.Dir(RunFolder::Part::Model) + "/" + FileNameOf(model), model});
+    if (!out.reportPath.empty())
+        moves.push_back({folder.Dir(RunFolder::Part::Report) + "/" + FileNameOf(out.reportPath), out.reportPath});
     return moves;
 }
 

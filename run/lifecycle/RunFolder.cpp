@@ -33,7 +33,7 @@ namespace {
 constexpr const char* kPrefix = ".isodata-run-";
 
 // The parts' names, in the order of RunFolder::Part.
-constexpr const char* kParts[] = {"input", "result", "envi", "preview", "model"};
+constexpr const char* kParts[] = {"input", "result", "envi", "preview", "model", "report"};
 const char* NameOf(RunFolder::Part part) { return kParts[static_cast<int>(part)]; }
 constexpr auto kSetUpGrace = std::chrono::minutes(1);
 

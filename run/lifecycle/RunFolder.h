@@ -34,6 +34,7 @@ public:
         PluginResult,  // the plug-in's own ENVI result, before a conversion
         Preview,       // the quick-look
         Model,         // the class model file
+        Report,        // the HTML report
     };
 
     const std::string& Path() const { return path_; }

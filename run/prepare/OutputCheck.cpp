@@ -7,6 +7,7 @@
 // The plug-in's working files live in the run folder, so the input's folder
 // is only read.
 #include "Checks.h"
+#include "HtmlReport.h"
 
 #include "FormatJudgement.h"
 #include "Paths.h"
@@ -104,6 +105,19 @@ Check CheckOutput(const RunAsk& ask, const RunRequest& request) {
     return {};
 }
 
+// A new HTML file of its own, and the chart library the page embeds in reach.
+Check CheckReport(const RunAsk& ask, const RunRequest& request) {
+    if (ask.reportPath.empty()) return {};
+    if (Check problem = CheckSideFile(AskField::Report, ask.reportPath, request, ask)) return problem;
+    for (const std::string* other : {&ask.modelOut, &ask.previewPath})
+        if (!other->empty() && SamePath(ask.reportPath, *other))
+            return Refuse(AskField::Report, Quote(ask.reportPath) + " is the name of another file of the run too");
+    if (ChartLibraryPath().empty())
+        return Refuse(AskField::Report, "the chart library the page embeds is not installed (Debian's "
+                                        "libjs-chart.js; or name its chart.min.js in ISODATA_CHART_JS)");
+    return {};
+}
+
 Check CheckRunFolderPlace(const RunAsk& ask, RunRequest& request) {
     request.runFolderPlace = ask.tmpDir.empty() ? FolderOf(ask.output) : ask.tmpDir;
     if (ask.tmpDir.empty()) return {};
@@ -142,6 +156,7 @@ Check CheckFormat(const RunAsk& ask, OutputSettings& output) {
 Check CheckOutputs(const RunAsk& ask, RunRequest& request) {
     request.output.path = ask.output;
     request.output.previewPath = ask.previewPath;
+    request.output.reportPath = ask.reportPath;
     request.output.overwrite = ask.overwrite;
     request.model.outPath = ask.modelOut;
     if (Check problem = CheckOutput(ask, request)) return problem;
@@ -149,6 +164,7 @@ Check CheckOutputs(const RunAsk& ask, RunRequest& request) {
     if (Check problem = CheckSideFile(AskField::ModelOut, ask.modelOut, request, ask)) return problem;
     if (!ask.modelOut.empty() && !ask.previewPath.empty() && SamePath(ask.modelOut, ask.previewPath))
         return Refuse(AskField::ModelOut, Quote(ask.modelOut) + " is the preview's name too");
+    if (Check problem = CheckReport(ask, request)) return problem;
     return CheckRunFolderPlace(ask, request);
 }
 
