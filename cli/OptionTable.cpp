@@ -170,7 +170,7 @@ std::vector<OptionRow> Rows() {
             .Help("Also write a quick-look PNG of the classes in their colours, at most " +
                   std::to_string(isodata_run::kPreviewMaxSide) + " pixels on its longer side.")
             .Json("preview").Ask(F::Preview),
-        Row({"-report"}, &O::reportPath, "<file.html>").Python("report").Expects("a file name")
+        Row({"-report"}, &O::reportPath, "<file.html>").Python("report").NewUsageLine().Expects("a file name")
             .Help("Also write a report of the run as one HTML page that opens offline: the run, the class map "
                   "with its legend, the classes' spectral signatures, their areas, the convergence over the "
                   "iterations and how well the classes separate.")

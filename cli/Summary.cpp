@@ -13,7 +13,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <sstream>
+#include <tuple>
 
 namespace isodata_cli {
 
@@ -22,9 +24,6 @@ using isodata_run::RunOutcome;
 using isodata_run::RunReport;
 
 namespace {
-
-// Band statistics shown per class in the table; more go to the JSON only.
-constexpr std::size_t kTableBands = 6;
 
 QJsonArray Numbers(const std::vector<int>& values) {
     QJsonArray array;
@@ -71,25 +70,6 @@ std::string Percent(std::int64_t part, std::int64_t whole) {
     return text;
 }
 
-// "  class  band 1 mean (sd)  ..." lines of the classes' band statistics.
-void StatisticsTable(std::ostream& out, const RunReport& r) {
-    std::size_t bands = 0;
-    for (const ClassReport& c : r.classes) bands = std::max(bands, c.mean.size());
-    if (bands == 0) return;
-    out << "  class  band mean ± standard deviation" << (bands > kTableBands ? " (the first bands)" : "") << "\n";
-    for (const ClassReport& c : r.classes) {
-        if (!HasFigures(c) || c.pixels == 0) continue;
-        char line[64];
-        std::snprintf(line, sizeof line, "  %5d ", c.value);
-        out << line;
-        for (std::size_t k = 0; k < std::min(bands, c.mean.size()) && k < kTableBands; ++k) {
-            std::snprintf(line, sizeof line, " %9.4g ±%-8.3g", c.mean[k], c.stddev[k]);
-            out << line;
-        }
-        out << "\n";
-    }
-}
-
 QJsonArray IterationsJson(const RunReport& r) {
     QJsonArray rounds;
     for (const isodata_run::IterationReport& it : r.iterations) {
@@ -105,6 +85,53 @@ QJsonArray IterationsJson(const RunReport& r) {
             {"mean_distance", std::isfinite(it.meanDistance) ? QJsonValue(it.meanDistance) : QJsonValue()}});
     }
     return rounds;
+}
+
+QJsonValue SeparabilityJson(const RunReport& r) {
+    if (r.separability.empty()) return QJsonValue();
+    QJsonArray matrix;
+    for (const std::vector<double>& row : r.separability) {
+        QJsonArray values;
+        for (double v : row) values.append(std::isfinite(v) ? QJsonValue(v) : QJsonValue());
+        matrix.append(values);
+    }
+    return QJsonObject{{"measure", QString::fromStdString(r.separabilityMeasure)},
+                       {"matrix", matrix},
+                       {"threshold", r.separabilityThreshold}};
+}
+
+// "Hard to separate (...): 2 and 3 (1.42), ..." for the pairs below the
+// measure's threshold, closest first; nothing when every pair separates.
+std::string HardPairs(const RunReport& r) {
+    std::vector<const ClassReport*> shown;
+    for (const ClassReport& c : r.classes)
+        if (!c.centre.empty()) shown.push_back(&c);
+    std::vector<std::tuple<double, int, int>> pairs;
+    for (std::size_t i = 0; i < r.separability.size() && i < shown.size(); ++i)
+        for (std::size_t j = i + 1; j < r.separability[i].size() && j < shown.size(); ++j)
+            if (r.separability[i][j] < r.separabilityThreshold && shown[i]->pixels > 0 && shown[j]->pixels > 0)
+                pairs.emplace_back(r.separability[i][j], shown[i]->value, shown[j]->value);
+    if (pairs.empty()) return {};
+    std::sort(pairs.begin(), pairs.end());
+    std::ostringstream out;
+    char threshold[16];
+    std::snprintf(threshold, sizeof threshold, "%.1f", r.separabilityThreshold);
+    const std::string head = "Hard to separate (" + r.separabilityMeasure + " below " + threshold + "):";
+    out << head;
+    std::size_t column = head.size();
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        char pair[48];
+        std::snprintf(pair, sizeof pair, " %d and %d (%.2f)%s", std::get<1>(pairs[i]), std::get<2>(pairs[i]),
+                      std::get<0>(pairs[i]), i + 1 < pairs.size() ? "," : "");
+        if (column + std::strlen(pair) > 78) {
+            out << "\n ";
+            column = 1;
+        }
+        out << pair;
+        column += std::strlen(pair);
+    }
+    out << "\n";
+    return out.str();
 }
 
 } // namespace
@@ -138,6 +165,7 @@ std::string FormatJson(const RunReport& report, const Options& o, const isodata_
                         {"unclassified", static_cast<double>(report.UnclassifiedValid())},
                         {"excluded", ExcludedJson(report)},
                         {"iterations", IterationsJson(report)},
+                        {"separability", SeparabilityJson(report)},
                         {"seconds", report.seconds}};
     if (report.figuresKnown)
         summary["unclassified_by"] = QJsonObject{{"background", static_cast<double>(report.background)},
@@ -173,7 +201,7 @@ std::string FormatSummary(const RunReport& report, const Options& o) {
                       Percent(c.pixels, valid).c_str(), colour, c.name.c_str());
         out << line;
     }
-    StatisticsTable(out, report);
+    out << HardPairs(report);
     out << "Unclassified: " << report.UnclassifiedValid() << " pixels ("
         << Percent(report.UnclassifiedValid(), valid) << ")\n";
     if (report.excludedPixels > 0) {

@@ -49,6 +49,9 @@ struct ISODATA_RECORD_API stIsodataRunOptions {
     // Per class, the mean and standard deviation of every chosen band over
     // its pixels at full size, gathered while labelling.
     bool classStatistics = false;
+    // With classStatistics, per class also the covariance of the chosen
+    // bands over its pixels at full size (divided by the pixel count).
+    bool classCovariance = false;
 
     // The plain run's own rules: the labelling leaves a pixel whose chosen
     // band values sum to zero unclassified (background) and looks for a
@@ -74,6 +77,7 @@ struct ISODATA_RECORD_API stIsodataClassReport {
     std::vector<double> centre;        // per chosen band, in the engine's pixel type, widened exactly
     std::int64_t pixels = 0;           // full-size pixels labelled with the class
     std::vector<double> mean, stddev;  // per chosen band, with classStatistics; deviation over n
+    std::vector<double> covariance;    // B x B, row-major, with classCovariance; over n
 };
 
 // What one round of the clustering did. Clusters are numbered from 1 as

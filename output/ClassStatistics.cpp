@@ -7,7 +7,8 @@
 // eight interleaved partial sums (pixel i of the run in partial i mod 8,
 // whatever the vector width, so every instruction set adds the same numbers
 // in the same order) and added to its class once, which keeps the cost near
-// one pass over the values however the classes lie.
+// one pass over the values however the classes lie. The covariance's cross
+// products of two bands are summed the same way, each pair of bands apart.
 #include "ClassStatistics.h"
 
 #include "Lanes.h"
@@ -22,14 +23,16 @@
 
 namespace isodata {
 
-ClassMoments::ClassMoments(const LabelCenters& centers, bool withMoments)
+ClassMoments::ClassMoments(const LabelCenters& centers, bool withMoments, bool withCovariance)
     : classes_(centers.clusters),
       bands_(centers.bands),
       withMoments_(withMoments),
+      withCovariance_(withMoments && withCovariance),
       reference_(centers.values.begin(), centers.values.end()),
       pixels_(centers.clusters, 0),
       sums_(withMoments ? centers.values.size() : 0, 0.0),
-      squares_(sums_.size(), 0.0) {}
+      squares_(sums_.size(), 0.0),
+      cross_(withCovariance_ ? centers.values.size() * centers.bands : 0, 0.0) {}
 
 namespace {
 
@@ -81,6 +84,59 @@ ISODATA_TARGET_AVX512 void SumRunAvx512(const float* values, std::size_t n, doub
 }
 #endif
 
+// Adds (a[i] - ra) * (b[i] - rb) over i < n to the eight partial sums s,
+// product i going to partial i mod 8.
+template <std::size_t Lanes>
+ISODATA_ALWAYS_INLINE void CrossRunBody(const float* a, const float* b, std::size_t n, double ra, double rb,
+                                        double* s) {
+    using Doubles = lanes::Vector<double, Lanes>;
+    constexpr std::size_t kVectors = kPartials / Lanes;
+    Doubles sums[kVectors];
+    for (std::size_t v = 0; v < kVectors; ++v) sums[v] = lanes::Load<Lanes>(s + v * Lanes);
+    const Doubles rA = lanes::Broadcast<Lanes>(ra), rB = lanes::Broadcast<Lanes>(rb);
+    std::size_t x = 0;
+    for (; x + kPartials <= n; x += kPartials) {
+        for (std::size_t v = 0; v < kVectors; ++v) {
+            const Doubles da = lanes::Convert<double>(lanes::Load<Lanes>(a + x + v * Lanes)) - rA;
+            const Doubles db = lanes::Convert<double>(lanes::Load<Lanes>(b + x + v * Lanes)) - rB;
+            sums[v] += da * db;
+        }
+    }
+    for (std::size_t v = 0; v < kVectors; ++v) std::memcpy(s + v * Lanes, &sums[v], sizeof sums[v]);
+    for (std::size_t j = 0; x < n; ++x, ++j)
+        s[j] += (static_cast<double>(a[x]) - ra) * (static_cast<double>(b[x]) - rb);
+}
+
+void CrossRunBaseline(const float* a, const float* b, std::size_t n, double ra, double rb, double* s) {
+    CrossRunBody<2>(a, b, n, ra, rb, s);
+}
+
+#if ISODATA_VECTOR_VARIANTS
+ISODATA_TARGET_AVX2 void CrossRunAvx2(const float* a, const float* b, std::size_t n, double ra, double rb,
+                                      double* s) {
+    CrossRunBody<4>(a, b, n, ra, rb, s);
+}
+
+ISODATA_TARGET_AVX512 void CrossRunAvx512(const float* a, const float* b, std::size_t n, double ra, double rb,
+                                          double* s) {
+    CrossRunBody<8>(a, b, n, ra, rb, s);
+}
+#endif
+
+// The sum of (a[x] - ra) * (b[x] - rb) over x in [begin, end), added to sum.
+void CrossRun(const float* a, const float* b, std::size_t begin, std::size_t end, double ra, double rb,
+              double& sum) {
+    double s[kPartials] = {};
+    switch (BestIsa()) {
+#if ISODATA_VECTOR_VARIANTS
+    case VectorIsa::Avx512: CrossRunAvx512(a + begin, b + begin, end - begin, ra, rb, s); break;
+    case VectorIsa::Avx2: CrossRunAvx2(a + begin, b + begin, end - begin, ra, rb, s); break;
+#endif
+    default: CrossRunBaseline(a + begin, b + begin, end - begin, ra, rb, s); break;
+    }
+    sum += ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+}
+
 // Sum and sum of squares of values[x] - reference over x in [begin, end),
 // added to sum and squares.
 void SumRun(const float* values, std::size_t begin, std::size_t end, double reference, double& sum,
@@ -110,6 +166,10 @@ void ClassMoments::AddRow(const float* const* rows, const std::int32_t* labels, 
         for (std::size_t k = 0; k < bands_; ++k) {
             const std::size_t at = c * bands_ + k;
             SumRun(rows[k], begin, end, reference_[at], sums_[at], squares_[at]);
+            if (!withCovariance_) continue;
+            for (std::size_t l = k + 1; l < bands_; ++l)
+                CrossRun(rows[k], rows[l], begin, end, reference_[at], reference_[c * bands_ + l],
+                         cross_[at * bands_ + l]);
         }
     }
 }
@@ -120,6 +180,8 @@ void ClassMoments::MergeFrom(ClassMoments& other) {
         sums_[i] += other.sums_[i];
         squares_[i] += other.squares_[i];
     }
+    for (std::size_t i = 0; i < cross_.size(); ++i) cross_[i] += other.cross_[i];
+    std::fill(other.cross_.begin(), other.cross_.end(), 0.0);
     std::fill(other.pixels_.begin(), other.pixels_.end(), 0);
     std::fill(other.sums_.begin(), other.sums_.end(), 0.0);
     std::fill(other.squares_.begin(), other.squares_.end(), 0.0);
@@ -137,6 +199,17 @@ std::vector<ClassStatistics> ClassMoments::Finish() const {
             const double variance = n > 0 ? std::max(0.0, squares_[at] / n - shift * shift) : 0.0;
             out[c].mean.push_back(n > 0 ? reference_[at] + shift : std::nan(""));
             out[c].stddev.push_back(n > 0 ? std::sqrt(variance) : std::nan(""));
+        }
+        if (!withCovariance_) continue;
+        // Of the differences from the centre, like the variance: cross / n - shift_k * shift_l.
+        out[c].covariance.assign(bands_ * bands_, n > 0 ? 0.0 : std::nan(""));
+        for (std::size_t k = 0; k < bands_ && n > 0; ++k) {
+            const double shiftK = sums_[c * bands_ + k] / n;
+            for (std::size_t l = k; l < bands_; ++l) {
+                const double shiftL = sums_[c * bands_ + l] / n;
+                const double products = l == k ? squares_[c * bands_ + k] : cross_[(c * bands_ + k) * bands_ + l];
+                out[c].covariance[k * bands_ + l] = out[c].covariance[l * bands_ + k] = products / n - shiftK * shiftL;
+            }
         }
     }
     return out;

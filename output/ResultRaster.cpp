@@ -239,10 +239,11 @@ void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>
     const std::size_t w = static_cast<std::size_t>(width);
     const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
     RowTally tally;
-    ClassMoments moments(centers, options.classStatistics);
+    ClassMoments moments(centers, options.classStatistics, options.classStatistics && options.classCovariance);
     std::vector<RowTally> rowTally(static_cast<std::size_t>(shape.rows));
     std::vector<ClassMoments> rowMoments(static_cast<std::size_t>(shape.rows),
-                                         ClassMoments(centers, options.classStatistics));
+                                         ClassMoments(centers, options.classStatistics,
+                                                      options.classStatistics && options.classCovariance));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
     const WindowLabels labelling{centers, report != nullptr, rowTally, rowMoments, out, w};
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;

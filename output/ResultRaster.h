@@ -53,6 +53,7 @@ struct ResultPassOptions {
     ValidityRules validity;
     bool plainRules = true;  // LabelCenters::plainRules
     bool classStatistics = false;
+    bool classCovariance = false;  // with classStatistics: the bands' covariance too
     WorkerPool* pool = nullptr;  // threads the rows of a window are shared out to; null: none
 };
 

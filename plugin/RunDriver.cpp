@@ -231,6 +231,7 @@ void FillReport(stIsodataRunReport& report, const PassReport& pass) {
         report.classes[c].pixels = pass.classes[c].pixels;
         report.classes[c].mean = pass.classes[c].mean;
         report.classes[c].stddev = pass.classes[c].stddev;
+        report.classes[c].covariance = pass.classes[c].covariance;
     }
 }
 
@@ -267,6 +268,7 @@ RunResult RunClassification(KalAlgo::IKalAlgo& algorithm, const stInfoClassifica
     if (!validity.Open(files.input->GetGDALDataset(), options, record.bandIndices)) return RunResult::MaskUnusable;
     files.resultPass.validity = validity.Rules();
     files.resultPass.classStatistics = options.classStatistics;
+    files.resultPass.classCovariance = options.classCovariance;
     files.resultPass.plainRules = options.plainRules;
     PassReport passReport;
     if (report) files.report = &passReport;

@@ -18,6 +18,8 @@ packages=(
   # the Python package: its binding, and what its users hold scenes in
   python3-dev pybind11-dev python3-numpy python3-pytest
   python3-xarray python3-dask python3-distributed python3-rioxarray python3-tqdm
+  # the HTML report's charting library, and a browser to test the page in
+  libjs-chart.js chromium
 )
 if [ "${1:-}" = "--with-qgis" ]; then
   packages+=(qgis python3-qgis qgis-providers)

@@ -258,6 +258,19 @@ class ISODATA:
         self.labels_ = scene.wrap(labels)
         return self
 
+    @property
+    def separability_(self):
+        """How well every pair of classes separates: ``{"measure": name,
+        "matrix": (n_classes_, n_classes_) ndarray}`` (the Jeffries-Matusita
+        distance, 0 to 2; NaN where a class's covariance is singular), as
+        the model file records it; None when it was not measured."""
+        self._fitted()
+        found = json.loads(self.model_json_).get("separability")
+        if not found:
+            return None
+        matrix = np.array([[np.nan if v is None else v for v in row] for row in found["matrix"]], dtype=np.float64)
+        return {"measure": found["measure"], "matrix": matrix}
+
     def _fit_lazy(self, scene, mask, progress):
         """A Dask-backed scene: the run clusters the working copy gathered
         from the chunks; labels_ stays lazy, the figures take one pass."""

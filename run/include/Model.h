@@ -42,6 +42,11 @@ struct Model {
     std::string parametersJson;  // an object, as the host wrote it; may be empty
     double pixelArea = 0.0;      // 0: none
     std::vector<ModelClass> classes;
+    // How well the classes separate (rows and columns in the order of
+    // classes); empty when not measured. Written, not read: applying a model
+    // does not need it.
+    std::string separabilityMeasure;
+    std::vector<std::vector<double>> separability;
 };
 
 // False with error set when the file cannot be written.

@@ -38,6 +38,7 @@ struct ClassReport {
     std::int64_t pixels = 0;           // full-size pixels of the class
     std::vector<double> centre;        // per chosen band; empty when the plug-in said nothing
     std::vector<double> mean, stddev;  // per chosen band; NaN for a class without pixels
+    std::vector<double> covariance;    // bands x bands, row-major, over n; empty when the plug-in said nothing
 };
 
 // What one round of the clustering did; clusters numbered from 1 as they

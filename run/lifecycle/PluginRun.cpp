@@ -51,6 +51,7 @@ stIsodataRunOptions BuildOptions(const RunRequest& request) {
     options.maskRasterPath = QString::fromStdString(m.maskRaster);
     options.applyCentres = request.model.applyCentres;
     options.classStatistics = true;
+    options.classCovariance = true;
     options.plainRules = request.plainRules;
     options.threads = request.threads;
     options.memoryBytes = request.memoryBytes;

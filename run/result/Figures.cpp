@@ -10,6 +10,7 @@
 #include "Figures.h"
 
 #include "Paths.h"
+#include "Separability.h"
 #include "Run.h"
 
 #include <GdalSession.h>
@@ -62,6 +63,26 @@ std::string LabellingReachText() {
     return t;
 }
 
+namespace {
+
+// Between every two classes with a centre, from their means and covariances.
+void AddSeparability(RunReport& report) {
+    std::vector<std::vector<double>> means, covariances;
+    for (const ClassReport& c : report.classes) {
+        if (c.centre.empty()) continue;
+        if (c.covariance.empty()) return;  // a plug-in that gathers none
+        means.push_back(c.mean);
+        covariances.push_back(c.covariance);
+    }
+    if (means.empty()) return;
+    report.separabilityMeasure = kSeparabilityMeasure;
+    report.separability = SeparabilityMatrix(means, covariances);
+    report.separabilityThreshold = kSeparabilityThreshold;
+    report.separabilityMaximum = kSeparabilityMaximum;
+}
+
+} // namespace
+
 void AddFigures(const stIsodataRunReport& plugin, const RunRequest& request, const std::string& input,
                 RunReport& report) {
     if (plugin.resultCode < 0) return;  // a plug-in that reports nothing
@@ -97,7 +118,9 @@ void AddFigures(const stIsodataRunReport& plugin, const RunRequest& request, con
         counted->centre = figures.centre;
         counted->mean = figures.mean;
         counted->stddev = figures.stddev;
+        counted->covariance = figures.covariance;
     }
+    AddSeparability(report);
 }
 
 Notice EmptyResult(const RunReport& report) {
@@ -167,6 +190,8 @@ Model ModelOf(const RunRequest& request, const std::string& input, const stIsoda
     m.plainRules = request.plainRules;
     m.parametersJson = request.model.parametersJson;
     m.pixelArea = report.pixelArea;
+    m.separabilityMeasure = report.separabilityMeasure;
+    m.separability = report.separability;
     for (const ClassReport& k : report.classes)
         if (!k.centre.empty())
             m.classes.push_back({k.value, k.name, k.hasColour, k.red, k.green, k.blue, k.centre, k.pixels, k.mean,

@@ -135,7 +135,7 @@ bool WriteModel(const std::string& path, const Model& m, std::string& error) {
     QJsonObject parameters;
     if (!m.parametersJson.empty())
         parameters = QJsonDocument::fromJson(QByteArray::fromStdString(m.parametersJson)).object();
-    const QJsonObject root{{"format", kModelFormat},
+    QJsonObject root{{"format", kModelFormat},
                            {"version", kModelVersion},
                            {"tool", Text(m.tool)},
                            {"input", QJsonObject{{"path", Text(m.inputPath)},
@@ -148,6 +148,11 @@ bool WriteModel(const std::string& path, const Model& m, std::string& error) {
                            {"parameters", parameters},
                            {"pixel_area", m.pixelArea > 0 ? QJsonValue(m.pixelArea) : QJsonValue()},
                            {"classes", classes}};
+    if (!m.separability.empty()) {
+        QJsonArray matrix;
+        for (const std::vector<double>& row : m.separability) matrix.append(Numbers(row));
+        root["separability"] = QJsonObject{{"measure", Text(m.separabilityMeasure)}, {"matrix", matrix}};
+    }
     QFile file(QString::fromStdString(path));
     const QByteArray bytes = QJsonDocument(root).toJson(QJsonDocument::Indented);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size() || !file.flush()) {

@@ -45,13 +45,13 @@ QJsonObject ClassJson(const ClassReport& c) {
     return {{"value", c.value},   {"name", Text(c.name)},          {"has_colour", c.hasColour},
             {"red", c.red},       {"green", c.green},              {"blue", c.blue},
             {"pixels", Count(c.pixels)}, {"centre", Numbers(c.centre)}, {"mean", Numbers(c.mean)},
-            {"stddev", Numbers(c.stddev)}};
+            {"stddev", Numbers(c.stddev)}, {"covariance", Numbers(c.covariance)}};
 }
 
 ClassReport ClassFrom(const QJsonValue& v) {
     return {v["value"].toInt(),  Text(v["name"]),           v["has_colour"].toBool(), v["red"].toInt(),
             v["green"].toInt(),  v["blue"].toInt(),         Count(v["pixels"]),       FromNumbers(v["centre"]),
-            FromNumbers(v["mean"]), FromNumbers(v["stddev"])};
+            FromNumbers(v["mean"]), FromNumbers(v["stddev"]), FromNumbers(v["covariance"])};
 }
 
 QJsonObject IterationJson(const IterationReport& it) {
@@ -74,6 +74,8 @@ std::string ReportJson(const RunReport& r) {
     QJsonArray classes, by, warnings, errors, files, iterations;
     for (const ClassReport& c : r.classes) classes.append(ClassJson(c));
     for (const IterationReport& it : r.iterations) iterations.append(IterationJson(it));
+    QJsonArray separability;
+    for (const std::vector<double>& row : r.separability) separability.append(Numbers(row));
     for (const auto& [rule, pixels] : r.excludedBy) by.append(QJsonArray{Text(rule), Count(pixels)});
     for (const Notice& w : r.warnings) warnings.append(QJsonArray{Text(w.message), RemediesJson(w.remedies)});
     for (const std::string& e : r.gdalErrors) errors.append(Text(e));
@@ -86,6 +88,10 @@ std::string ReportJson(const RunReport& r) {
                         {"background", Count(r.background)},      {"non_finite", Count(r.nonFinite)},
                         {"beyond_reach", Count(r.beyondReach)},   {"zero", Count(r.zeroPixels)},
                         {"pixel_area", r.pixelArea},              {"iterations", iterations},
+                        {"separability_measure", Text(r.separabilityMeasure)},
+                        {"separability", separability},
+                        {"separability_threshold", r.separabilityThreshold},
+                        {"separability_maximum", r.separabilityMaximum},
                         {"warnings", warnings},                   {"seconds", r.seconds},
                         {"gdal_failures", r.gdalFailures},        {"gdal_errors", errors},
                         {"files", files}};
@@ -111,6 +117,10 @@ RunReport ReportFromJson(const std::string& json) {
     r.zeroPixels = Count(o["zero"]);
     r.pixelArea = o["pixel_area"].toDouble();
     for (const QJsonValue& it : o["iterations"].toArray()) r.iterations.push_back(IterationFrom(it));
+    r.separabilityMeasure = Text(o["separability_measure"]);
+    for (const QJsonValue& row : o["separability"].toArray()) r.separability.push_back(FromNumbers(row));
+    r.separabilityThreshold = o["separability_threshold"].toDouble();
+    r.separabilityMaximum = o["separability_maximum"].toDouble();
     for (const QJsonValue& w : o["warnings"].toArray()) r.warnings.push_back({Text(w[0]), RemediesFrom(w[1])});
     r.seconds = o["seconds"].toDouble();
     r.gdalFailures = o["gdal_failures"].toInt();

@@ -131,3 +131,29 @@ def test_a_model_of_other_bands_and_a_mask_of_another_size_are_refused(sample):
         isodata.ISODATA().fit(sample, mask=np.ones((10, 10), bool), progress=False)
     with pytest.raises(isodata.RequestError, match="^n_classes 300 is out of range: between 1 and 255"):
         isodata.ISODATA(n_classes=300).fit(sample, progress=False)
+
+
+def jeffries_matusita(mean_a, cov_a, mean_b, cov_b):
+    s = (cov_a + cov_b) / 2
+    d = mean_a - mean_b
+    b = d @ np.linalg.solve(s, d) / 8 + 0.5 * np.log(np.linalg.det(s) / np.sqrt(np.linalg.det(cov_a) * np.linalg.det(cov_b)))
+    return 2 * (1 - np.exp(-b))
+
+
+def test_separability_is_the_jeffries_matusita_distance_of_the_classes_full_size_pixels(sample):
+    fitted = isodata.ISODATA().fit(sample, progress=False)
+    found = fitted.separability_
+    assert found["measure"] == "Jeffries-Matusita distance"
+    values = sample.reshape(sample.shape[0], -1).astype(np.float64)
+    labels = fitted.labels_.ravel()
+    stats = []
+    for k in range(1, fitted.n_classes_ + 1):
+        members = values[:, labels == k]
+        stats.append((members.mean(axis=1), np.cov(members, bias=True)))
+    expected = np.zeros((fitted.n_classes_,) * 2)
+    for i, (mi, ci) in enumerate(stats):
+        for j, (mj, cj) in enumerate(stats):
+            if i != j:
+                expected[i, j] = jeffries_matusita(mi, ci, mj, cj)
+    np.testing.assert_allclose(found["matrix"], expected, rtol=1e-9, atol=0)
+    assert fitted.summary_["separability"]["matrix"] == found["matrix"].tolist()

@@ -119,8 +119,12 @@ TEST(ReportJsonTest, EveryFieldCrossesAndNaNStaysNaN) {
     r.remedies = {{AskField::Preview, "elsewhere"}, {AskField::Overwrite, ""}};
     r.signal = 0, r.error = 0, r.status = 0;
     r.width = 640, r.height = 480;
-    r.classes = {{1, "class 1", true, 10, 20, 30, 5000000000, {0.1, 1e-300}, {0.1, -2.5}, {0.0, 3.25}},
-                 {2, "", false, 0, 0, 0, 0, {7, 8}, {nan, nan}, {nan, nan}}};
+    r.classes = {{1, "class 1", true, 10, 20, 30, 5000000000, {0.1, 1e-300}, {0.1, -2.5}, {0.0, 3.25}, {1, 0.5, 0.5, 2}},
+                 {2, "", false, 0, 0, 0, 0, {7, 8}, {nan, nan}, {nan, nan}, {nan, nan, nan, nan}}};
+    r.iterations = {{1, 2, 3, {}, 5, 12.25}, {2, 0, 0, {{4, 6}, {1, 3}}, 3, 0.1}, {0, 1, 0, {}, 2, nan}};
+    r.separabilityMeasure = "Jeffries-Matusita distance";
+    r.separability = {{0, 1.25}, {1.25, 0}};
+    r.separabilityThreshold = 1.9, r.separabilityMaximum = 2;
     r.unclassified = 1234, r.figuresKnown = true, r.excludedPixels = 1000;
     r.excludedBy = {{"nodata", 600}, {"mask raster", 400}};
     r.background = 100, r.nonFinite = 84, r.beyondReach = 50, r.pixelArea = 0.25;
@@ -155,7 +159,16 @@ TEST(ReportJsonTest, EveryFieldCrossesAndNaNStaysNaN) {
         EXPECT_EQ(Bits(y.centre), Bits(x.centre));
         EXPECT_EQ(Bits(y.mean), Bits(x.mean));
         EXPECT_EQ(Bits(y.stddev), Bits(x.stddev));
+        EXPECT_EQ(Bits(y.covariance), Bits(x.covariance));
     }
+    ASSERT_EQ(b.iterations.size(), 3u);
+    for (size_t i = 0; i < 3; ++i) {
+        const IterationReport &x = r.iterations[i], &y = b.iterations[i];
+        EXPECT_EQ(std::tuple(y.round, y.removed, y.split, y.merged, y.classes, Bits({y.meanDistance})),
+                  std::tuple(x.round, x.removed, x.split, x.merged, x.classes, Bits({x.meanDistance})));
+    }
+    EXPECT_EQ(std::tuple(b.separabilityMeasure, b.separability, b.separabilityThreshold, b.separabilityMaximum),
+              std::tuple(r.separabilityMeasure, r.separability, 1.9, 2.0));
 }
 
 } // namespace
