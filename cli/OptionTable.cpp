@@ -174,7 +174,7 @@ std::vector<OptionRow> Rows() {
             .Help("Also write a report of the run as one HTML page that opens offline: the run, the class map "
                   "with its legend, the classes' spectral signatures, their areas, the convergence over the "
                   "iterations and how well the classes separate.")
-            .Json("report").Qgis("REPORT", "Report (HTML)", "file_out").Ask(F::Report),
+            .Json("report").Ask(F::Report),
         Row({"-json"}, &O::json)
             .Help("Print the summary as one JSON object on stdout (also with -q); progress then goes to "
                   "stderr."),

@@ -11,12 +11,14 @@ read, passes QGIS's thread limit on, starts the command through command.run
 cancel and raises its failure message), turns a failure into a Processing
 error and logs the class summary the command returns. The output offers only
 the file types of the formats the command writes the classes to exactly (its
---options-json lists them).
+--options-json lists them). Both algorithms may also write the run's HTML
+report (-report), which QGIS shows in the Processing Results Viewer.
 """
 import os
 import shlex
 
 from qgis.core import (QgsProcessingAlgorithm, QgsProcessingException,
+                       QgsProcessingParameterFileDestination,
                        QgsProcessingParameterRasterDestination,
                        QgsProcessingParameterRasterLayer,
                        QgsRasterFileWriter)
@@ -63,6 +65,7 @@ class IsodataAlgorithm(QgsProcessingAlgorithm):
     command, found when it runs (locate_executable)."""
     INPUT = 'INPUT'
     OUTPUT = 'OUTPUT'
+    REPORT = 'REPORT'
 
     def __init__(self, locate_executable):
         super().__init__()
@@ -95,6 +98,9 @@ class IsodataAlgorithm(QgsProcessingAlgorithm):
         formats = self._formats()
         self.addParameter(ClassRasterDestination(self.OUTPUT, _tr('Class raster'), formats) if formats
                           else QgsProcessingParameterRasterDestination(self.OUTPUT, _tr('Class raster')))
+        # An HTML file destination is an HTML output: the Results Viewer lists it.
+        self.addParameter(QgsProcessingParameterFileDestination(
+            self.REPORT, _tr('Report (HTML)'), _tr('HTML files (*.html)'), optional=True, createByDefault=False))
 
     def _formats(self):
         """The formats the command writes exactly, or () when it cannot say."""
@@ -137,6 +143,9 @@ class IsodataAlgorithm(QgsProcessingAlgorithm):
         threads = self._threads(context)
         if threads:
             arguments += ['-threads', str(threads)]
+        report = self.parameterAsFileOutput(parameters, self.REPORT, context)
+        if report:
+            arguments += ['-report', report]
         arguments += self.command_arguments(parameters, context) + [layer.source(), output]
         feedback.pushCommandInfo(shlex.join(arguments))
 
@@ -148,7 +157,10 @@ class IsodataAlgorithm(QgsProcessingAlgorithm):
             feedback.pushInfo(_tr('Cancelled; nothing was written.'))
             return {}
         self.log_summary(summary, feedback)
-        return {self.OUTPUT: output}
+        results = {self.OUTPUT: output}
+        if report:
+            results[self.REPORT] = report
+        return results
 
     @staticmethod
     def _threads(context):

@@ -89,10 +89,14 @@ def check_qgis_process_matches_command(isodata, scene, work, env):
 
     # The command's model applied through isodata:apply labels the scene as the run did.
     applied = os.path.join(work, 'qgis', 'applied.tif')
-    run = qgis_process(env, 'apply', 'INPUT=' + scene, 'MODEL=' + model, 'OUTPUT=' + applied)
+    report = os.path.join(work, 'qgis', 'applied.html')
+    run = qgis_process(env, 'apply', 'INPUT=' + scene, 'MODEL=' + model, 'OUTPUT=' + applied, 'REPORT=' + report)
     check(run.returncode == 0, 'isodata:apply exited with {}:\n{}'.format(run.returncode, run.stdout))
     check(describe(applied)['pixels'] == expected['pixels'], 'isodata:apply labels differ from the run')
-    print('isodata:apply gives the run\'s pixels')
+    with open(report, encoding='utf-8') as page:
+        check('id="signature-chart"' in page.read(), 'isodata:apply wrote no report page')
+    check('REPORT:' in run.stdout and report in run.stdout, 'the report is not among the results')
+    print('isodata:apply gives the run\'s pixels and its HTML report')
     return model
 
 
@@ -307,6 +311,10 @@ def check_failure_and_formats(scene, work):
           'the failure reached the feedback as {}'.format(feedback.said))
     for name in ('classify', 'apply'):
         offered = algorithm(name).parameterDefinition('OUTPUT').supportedOutputRasterLayerExtensions()
+        # An HTML output is what the Processing Results Viewer lists.
+        instance = algorithm(name)  # the definition lives as long as its algorithm
+        check(instance.outputDefinition('REPORT').type() == 'outputHtml',
+              '{}: the report is no HTML output'.format(name))
         check('tif' in offered and not {'jpg', 'vrt', 'webp'} & set(offered),
               'isodata:{} output offers {}'.format(name, offered))
     print('a failure is reported once, as the command said it; output types offered: ' + ' '.join(offered))
