@@ -247,11 +247,15 @@ class ISODATA:
                 VirtualRaster(scene.pixels, scene.transform, scene.crs, scene.nodata, scene.descriptions) as raster, \
                 _mask(mask, rows, cols) as m:
             model, out = os.path.join(folder, "model.json"), os.path.join(folder, "classes")
-            words = _options.words(self._settings()) + ["-model-out", model] + (["-mask", m.path] if m else [])
+            page = os.path.join(folder, "report.html")
+            words = _options.words(self._settings()) + ["-model-out", model, "-report", page]
+            words += ["-mask", m.path] if m else []
             summary = _command.run(words + [raster.path, out], progress, _names(raster, m))
             labels = _read_labels(out, rows, cols)
             with open(model, encoding="utf-8") as f:
                 self._take_model(f.read())
+            with open(page, encoding="utf-8") as f:
+                self._report_html = f.read()
         self.summary_ = summary
         self.excluded_ = summary["excluded"]
         self.history_ = summary["iterations"]
@@ -293,6 +297,7 @@ class ISODATA:
         labels = self._predict_lazy(scene, mask)
         self._figures_from(labels, scene, mask)
         self.summary_ = None
+        self._report_html = None  # the run saw an enlarged working copy, not the scene
         self.labels_ = scene.wrap(labels)
         return self
 
@@ -382,6 +387,39 @@ class ISODATA:
         """fit, then the fitted scene's labels."""
         return self.fit(X, **kwargs).labels_
 
+    # -- the report --------------------------------------------------------
+    def report(self, path):
+        """Writes the fit's HTML report, the page ``isodata -report`` writes:
+        the run, the class map, spectral signatures, areas, convergence and
+        separability, in one file that opens offline."""
+        self._fitted()
+        if not getattr(self, "_report_html", None):
+            raise RequestError("there is no report of this fit: a fit on a Dask-backed scene or a model loaded "
+                               "from a file has none (isodata.classify(..., report=...) writes one for a file)")
+        with open(path, "w", encoding="utf-8") as f:
+            f.write(self._report_html)
+
+    def _repr_html_(self):
+        """In a notebook: the classes in a small table, and the report's page."""
+        from html import escape
+
+        if not hasattr(self, "model_json_"):
+            return f"<pre>{escape(repr(self))}</pre>"
+        total = max(int(self.class_pixels_.sum()), 1)
+        rows = "".join(
+            f"<tr><td><span style='display:inline-block;width:1.2em;height:.9em;border:1px solid #333;"
+            f"background:rgb({r},{g},{b})'></span></td><td>{k}</td><td>{escape(name)}</td>"
+            f"<td style='text-align:right'>{n}</td><td style='text-align:right'>{100 * n / total:.1f} %</td></tr>"
+            for k, (name, (r, g, b), n) in enumerate(zip(self.class_names_, self.class_colours_.tolist(),
+                                                          self.class_pixels_.tolist()), start=1))
+        table = (f"<p><b>{escape(repr(self))}</b>: {self.n_classes_} classes</p><table><tr><th></th><th>class</th>"
+                 f"<th>name</th><th>pixels</th><th>share</th></tr>{rows}</table>")
+        page = getattr(self, "_report_html", None)
+        if not page:
+            return table
+        return (table + "<iframe title='the report of the fit' style='width:100%;height:620px;border:1px solid #ccc' "
+                f"sandbox='allow-scripts' srcdoc=\"{escape(page, quote=True)}\"></iframe>")
+
     # -- the model file ----------------------------------------------------
     def save(self, path):
         """Writes the model file (the command's ``-model-out``; ``-apply`` reads it)."""
@@ -419,4 +457,5 @@ def load(path):
     estimator.summary_ = None
     estimator.excluded_ = None
     estimator.history_ = []
+    estimator._report_html = None
     return estimator
