@@ -5,7 +5,8 @@
 #    declared nodata, with the masks honoured (the default) and with them
 #    switched off (-srcnodata None -mask none), medians of BENCH_REPEATS;
 #  - the labelling pass of the plug-in's run with and without the class
-#    statistics (isodata_label_pass), on the plain 8000 x 8000 scene.
+#    statistics (isodata_label_pass), on the plain 8000 x 8000 scene, and
+#    with the bands' covariance (for separability) over the statistics alone.
 #
 #   bench/features.sh [size]     default 8000
 set -euo pipefail
@@ -44,15 +45,17 @@ cat "$input" "$bordered" >/dev/null
 median() { printf '%s\n' "$@" | sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 wall() { /usr/bin/time -f %e "$@" 2>&1 >/dev/null | tail -1; }
 params=(-q -overwrite -classes 8 -initial 4 -min-size 20 -merge-pairs 2 -iter 10 -std 10 -merge-dist 20)
-masked=() plain=() with=() without=()
+masked=() plain=() with=() without=() covariance=()
 for ((r = 1; r <= repeats; r++)); do
   echo "bench: round $r of $repeats" >&2
   masked+=("$(wall "$build/bin/isodata" "${params[@]}" "$bordered" "$work/masked")")
   plain+=("$(wall "$build/bin/isodata" "${params[@]}" -srcnodata None -mask none "$bordered" "$work/plain")")
   with+=("$("$build/bin/isodata_label_pass" "$build/bin/libisodata.so" "$input" "$work/stats.img" 1 | cut -d' ' -f2)")
   without+=("$("$build/bin/isodata_label_pass" "$build/bin/libisodata.so" "$input" "$work/stats.img" 0 | cut -d' ' -f2)")
+  covariance+=("$("$build/bin/isodata_label_pass" "$build/bin/libisodata.so" "$input" "$work/stats.img" 2 | cut -d' ' -f2)")
 done
 m=$(median "${masked[@]}") p=$(median "${plain[@]}") w=$(median "${with[@]}") o=$(median "${without[@]}")
+c=$(median "${covariance[@]}")
 echo
 echo "$(nproc) cores; medians of $repeats; seconds"
 echo
@@ -60,3 +63,4 @@ echo "| ${size} x ${size} | masks honoured | masks off | ratio |"
 echo "|---|---|---|---|"
 awk -v a="$m" -v b="$p" 'BEGIN { printf "| 30 %% nodata border, whole run | %s | %s | %.2f |\n", a, b, a / b }'
 awk -v a="$w" -v b="$o" 'BEGIN { printf "| labelling pass, with / without class statistics | %s | %s | %.2f |\n", a, b, a / b }'
+awk -v a="$c" -v b="$w" 'BEGIN { printf "| labelling pass, statistics with / without covariance | %s | %s | %.2f |\n", a, b, a / b }'

@@ -1,9 +1,10 @@
 // Times the labelling pass of one run of the plug-in, with and without the
-// class statistics gathered in it: the run with options is driven as the
-// command drives it (one thread, working copy in memory) and the time from
-// the pass's first report to the run's end is printed.
+// class statistics gathered in it (1: means and deviations, 2: the bands'
+// covariance too, which separability needs): the run with options is driven
+// as the command drives it (one thread, working copy in memory) and the time
+// from the pass's first report to the run's end is printed.
 //
-//   isodata_label_pass <plug-in> <input> <result> <statistics 0|1>
+//   isodata_label_pass <plug-in> <input> <result> <statistics 0|1|2>
 #include "GdalSession.h"
 #include "IsodataRun.h"
 #include "StageTexts.h"
@@ -21,7 +22,7 @@
 
 int main(int argc, char** argv) {
     if (argc != 5) {
-        std::fprintf(stderr, "usage: isodata_label_pass <plug-in> <input> <result> <statistics 0|1>\n");
+        std::fprintf(stderr, "usage: isodata_label_pass <plug-in> <input> <result> <statistics 0|1|2>\n");
         return 1;
     }
     isodata::BoundGdalBlockCache();
@@ -33,7 +34,8 @@ int main(int argc, char** argv) {
     }
     stIsodataRun run;
     run.params = stInfoClassificationISO{argv[2], argv[3], 8, 4, 20, 2, 10, 10.0, 20.0, {0, 1, 2, 3, 4, 5}};
-    run.options.classStatistics = std::atoi(argv[4]) != 0;
+    run.options.classStatistics = std::atoi(argv[4]) >= 1;
+    run.options.classCovariance = std::atoi(argv[4]) >= 2;
     run.options.memoryBytes = std::int64_t{4} << 30;
     const auto start = std::chrono::steady_clock::now();
     const auto since = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };

@@ -24,6 +24,7 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <sstream>
 #include <thread>
 #include <tuple>
 
@@ -170,6 +171,15 @@ TEST(EndToEndTest, LinesProgressShowsEveryStageOfTheSampleScene) {
     for (int round = 1; round <= 9; ++round) expected += "iteration " + std::to_string(round) + "\n";
     expected += std::string(isodata::kGeneratingResultFile) + "\n8 classes found (8 requested)";
     EXPECT_EQ(r.out.substr(0, expected.size()), expected);
+    // The summary of a 6-band scene fits an 80-column terminal: it names the
+    // pairs that are hard to separate and leaves the band table to the report.
+    std::istringstream lines(r.out);
+    for (std::string line; std::getline(lines, line);) {
+        const auto columns = std::count_if(line.begin(), line.end(), [](char c) { return (c & 0xC0) != 0x80; });
+        EXPECT_LE(columns, 80) << line;
+        EXPECT_EQ(line.find("±"), std::string::npos) << line;
+    }
+    EXPECT_NE(r.out.find("Hard to separate (Jeffries-Matusita distance below 1.9): "), std::string::npos) << r.out;
 }
 
 // A scene large enough that runs overlap and interruptions land mid-run.
