@@ -69,25 +69,11 @@ class VirtualRaster:
     def _describe(self, transform, crs, nodata, descriptions):
         d = self.data
         bands, rows, cols = d.shape
-        type_name = PIXEL_TYPES[d.dtype]
         memory = (f"MEM:::DATAPOINTER={d.ctypes.data:#x},PIXELS={cols},LINES={rows},BANDS={bands},"
-                  f"DATATYPE={type_name},PIXELOFFSET={d.strides[2]},LINEOFFSET={d.strides[1]},"
+                  f"DATATYPE={PIXEL_TYPES[d.dtype]},PIXELOFFSET={d.strides[2]},LINEOFFSET={d.strides[1]},"
                   f"BANDOFFSET={d.strides[0]}")
-        parts = [f'<VRTDataset rasterXSize="{cols}" rasterYSize="{rows}">']
-        if crs:
-            parts.append(f"<SRS>{escape(crs)}</SRS>")
-        if transform is not None:
-            parts.append("<GeoTransform>" + ", ".join(repr(float(v)) for v in transform) + "</GeoTransform>")
-        for b in range(bands):
-            parts.append(f'<VRTRasterBand dataType="{type_name}" band="{b + 1}">')
-            if descriptions is not None and descriptions[b]:
-                parts.append(f"<Description>{escape(str(descriptions[b]))}</Description>")
-            if nodata is not None:
-                parts.append(f"<NoDataValue>{_nodata_text(nodata)}</NoDataValue>")
-            parts.append(f'<SimpleSource><SourceFilename relativeToVRT="0">{memory}</SourceFilename>'
-                         f"<SourceBand>{b + 1}</SourceBand></SimpleSource></VRTRasterBand>")
-        parts.append("</VRTDataset>")
-        return "\n".join(parts)
+        source = f'<SourceFilename relativeToVRT="0">{memory}</SourceFilename>'
+        return _vrt(cols, rows, d.dtype, bands, source, "", transform, crs, nodata, descriptions)
 
     def __enter__(self):
         _isodata.write_text(self.path, self._xml)
@@ -96,6 +82,26 @@ class VirtualRaster:
     def __exit__(self, *exc):
         _isodata.unlink(self.path)
         return False
+
+
+def _vrt(width, height, dtype, bands, source, window, transform, crs, nodata, descriptions):
+    """A virtual raster whose band b is band b of source (a <SourceFilename>),
+    read through window (<SrcRect> and <DstRect>, or nothing)."""
+    type_name = PIXEL_TYPES[dtype]
+    parts = [f'<VRTDataset rasterXSize="{width}" rasterYSize="{height}">']
+    if crs:
+        parts.append(f"<SRS>{escape(crs)}</SRS>")
+    if transform is not None:
+        parts.append("<GeoTransform>" + ", ".join(repr(float(v)) for v in transform) + "</GeoTransform>")
+    for b in range(bands):
+        parts.append(f'<VRTRasterBand dataType="{type_name}" band="{b + 1}">')
+        if descriptions is not None and descriptions[b]:
+            parts.append(f"<Description>{escape(str(descriptions[b]))}</Description>")
+        if nodata is not None:
+            parts.append(f"<NoDataValue>{_nodata_text(nodata)}</NoDataValue>")
+        parts.append(f"<SimpleSource>{source}<SourceBand>{b + 1}</SourceBand>{window}</SimpleSource></VRTRasterBand>")
+    parts.append("</VRTDataset>")
+    return "\n".join(parts)
 
 
 def _nodata_text(value):
@@ -128,25 +134,10 @@ class Enlarged:
         self.small = small
         self.path = small.path[: -len("array.vrt")] + "enlarged.vrt"
         bands, rows, cols = small.data.shape
-        type_name = PIXEL_TYPES[small.data.dtype]
-        parts = [f'<VRTDataset rasterXSize="{width}" rasterYSize="{height}">']
-        if crs:
-            parts.append(f"<SRS>{escape(crs)}</SRS>")
-        if transform is not None:
-            parts.append("<GeoTransform>" + ", ".join(repr(float(v)) for v in transform) + "</GeoTransform>")
-        for b in range(bands):
-            parts.append(f'<VRTRasterBand dataType="{type_name}" band="{b + 1}">')
-            if descriptions is not None and descriptions[b]:
-                parts.append(f"<Description>{escape(str(descriptions[b]))}</Description>")
-            if nodata is not None:
-                parts.append(f"<NoDataValue>{_nodata_text(nodata)}</NoDataValue>")
-            parts.append(f'<SimpleSource><SourceFilename relativeToVRT="0">{small.path}</SourceFilename>'
-                         f"<SourceBand>{b + 1}</SourceBand>"
-                         f'<SrcRect xOff="0" yOff="0" xSize="{cols}" ySize="{rows}"/>'
-                         f'<DstRect xOff="0" yOff="0" xSize="{width}" ySize="{height}"/></SimpleSource>')
-            parts.append("</VRTRasterBand>")
-        parts.append("</VRTDataset>")
-        self._xml = "\n".join(parts)
+        source = f'<SourceFilename relativeToVRT="0">{small.path}</SourceFilename>'
+        window = (f'<SrcRect xOff="0" yOff="0" xSize="{cols}" ySize="{rows}"/>'
+                  f'<DstRect xOff="0" yOff="0" xSize="{width}" ySize="{height}"/>')
+        self._xml = _vrt(width, height, small.data.dtype, bands, source, window, transform, crs, nodata, descriptions)
 
     def __enter__(self):
         self.small.__enter__()
