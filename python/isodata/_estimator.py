@@ -223,7 +223,8 @@ class ISODATA:
         Parameters
         ----------
         X : ndarray, xarray.DataArray or dask array of shape (bands, rows, cols)
-            uint8, uint16, int16, uint32, int32, float32 or float64. A
+            uint8, uint16, int16, uint32, int32, float32 or float64; one
+            band may come as (rows, cols). A
             DataArray has its band dimension named ``band`` (else first);
             its coordinates, CRS and nodata value (rioxarray) are kept.
         y : ignored

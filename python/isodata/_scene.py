@@ -23,6 +23,8 @@ class Scene:
             self._from_xarray(X)
         else:
             self.pixels = X if _is_dask(X) else np.asarray(X)
+            if self.pixels.ndim == 2:  # one band
+                self.pixels = self.pixels[np.newaxis]
         self.lazy = _is_dask(self.pixels)
 
     def _from_xarray(self, X):

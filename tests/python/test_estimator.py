@@ -112,7 +112,7 @@ def test_a_model_travels_by_file_and_by_pickle(sample, tmp_path):
 
 
 @pytest.mark.parametrize("make, message", [
-    (lambda s: s[0], "dimension"),
+    (lambda s: s[np.newaxis], "dimension"),
     (lambda s: s.astype(np.int64), "int64"),
     (lambda s: np.full(s.shape, np.nan, np.float32), "every pixel of the array is left out"),
 ])
@@ -120,6 +120,12 @@ def test_a_request_that_cannot_run_is_a_value_error_with_the_message(sample, mak
     with pytest.raises(isodata.RequestError, match=message) as caught:
         isodata.ISODATA().fit(make(sample), progress=False)
     assert isinstance(caught.value, ValueError) and isinstance(caught.value, isodata.Error)
+
+
+def test_one_band_may_come_as_rows_and_columns(sample):
+    one = isodata.ISODATA(n_classes=4).fit(sample[3], progress=False)
+    assert one.labels_.tobytes() == isodata.ISODATA(n_classes=4).fit(sample[3:4], progress=False).labels_.tobytes()
+    assert one.cluster_centers_.shape == (one.n_classes_, 1)
 
 
 def test_a_model_of_other_bands_and_a_mask_of_another_size_are_refused(sample):
