@@ -21,6 +21,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -255,6 +256,28 @@ void ConvergenceSection(std::ostream& out, const RunReport& r) {
     out << "</tbody></table></details></section>\n";
 }
 
+struct Shade {
+    int rgb[3];
+    bool lightText;
+};
+
+// Two sequential scales meeting at the threshold, so that pairs on either
+// side of it read apart at a glance: t in 0..1 from pale to strong.
+Shade Between(const int pale[3], const int strong[3], double t) {
+    t = std::min(1.0, std::max(0.0, t));
+    Shade s{{0, 0, 0}, t > 0.55};
+    for (int c = 0; c < 3; ++c) s.rgb[c] = static_cast<int>(std::lround(pale[c] + (strong[c] - pale[c]) * t));
+    return s;
+}
+Shade HardShade(double t) {
+    static const int pale[3] = {254, 230, 206}, strong[3] = {166, 54, 3};
+    return Between(pale, strong, t * 2.0);  // most hard pairs lie in the upper half of the scale
+}
+Shade ApartShade(double t) {
+    static const int pale[3] = {222, 235, 247}, strong[3] = {8, 81, 156};
+    return Between(pale, strong, t);
+}
+
 void SeparabilitySection(std::ostream& out, const RunReport& r) {
     out << "<section id=\"separability\"><h2>Separability</h2>\n";
     const std::vector<std::vector<double>>& m = r.separability;
@@ -267,7 +290,7 @@ void SeparabilitySection(std::ostream& out, const RunReport& r) {
         << Fixed(r.separabilityMaximum, 0) << " for classes that never overlap. Pairs below "
         << Fixed(r.separabilityThreshold, 1) << " (marked) are hard to separate.</p>\n"
         << "<table class=\"heat\"><caption>" << Escape(r.separabilityMeasure)
-        << " (darker: better separated)</caption><thead><tr><th scope=\"col\">Class</th>";
+        << " (orange: hard to separate, darker is harder; blue: apart, darker is further)</caption><thead><tr><th scope=\"col\">Class</th>";
     std::vector<const ClassReport*> shown;
     for (const ClassReport& c : r.classes)
         if (!c.centre.empty()) shown.push_back(&c);
@@ -277,13 +300,13 @@ void SeparabilitySection(std::ostream& out, const RunReport& r) {
         out << "<tr><th scope=\"row\">" << shown[i]->value << " " << Escape(shown[i]->name) << "</th>";
         for (std::size_t j = 0; j < m[i].size(); ++j) {
             const double v = m[i][j];
-            const double t = std::isfinite(v) ? std::min(1.0, std::max(0.0, v / r.separabilityMaximum)) : 0.0;
-            // A sequential blue scale; the text turns white where the cell is dark.
-            const int red = static_cast<int>(240 - 200 * t), green = static_cast<int>(246 - 170 * t),
-                      blue = static_cast<int>(255 - 115 * t);
             const bool hard = i != j && std::isfinite(v) && v < r.separabilityThreshold;
-            out << "<td class=\"num" << (hard ? " hard" : "") << "\" style=\"background:rgb(" << red << "," << green
-                << "," << blue << ");color:" << (t > 0.55 ? "#fff" : "#111") << "\">"
+            const Shade shade = i == j || !std::isfinite(v) ? Shade{{242, 242, 242}, false}
+                                : hard ? HardShade(1.0 - v / r.separabilityThreshold)
+                                       : ApartShade((v - r.separabilityThreshold) /
+                                                    (r.separabilityMaximum - r.separabilityThreshold));
+            out << "<td class=\"num" << (hard ? " hard" : "") << "\" style=\"background:rgb(" << shade.rgb[0] << ","
+                << shade.rgb[1] << "," << shade.rgb[2] << ");color:" << (shade.lightText ? "#fff" : "#111") << "\">"
                 << (i == j ? "–" : Fixed(v, 3)) << (hard ? " <span class=\"mark\">hard</span>" : "") << "</td>";
         }
         out << "</tr>\n";
