@@ -133,6 +133,17 @@ std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataS
     return slots;
 }
 
+// Every row of a window keeps its own sums until the window is merged in row
+// order, and the covariance takes bands x bands of them a class: with many
+// bands and classes over tall tiles that would outgrow a run's memory, so
+// past this bound the covariance is left out (and no separability measured).
+constexpr std::size_t kCovarianceBytes = std::size_t{64} << 20;
+
+bool CovarianceFits(std::size_t rows, const LabelCenters& centers) {
+    const std::size_t perRow = centers.clusters * centers.bands * centers.bands * sizeof(double);
+    return rows * perRow <= kCovarianceBytes;
+}
+
 // The windows of the pass in order: strips from the top, windows from the left.
 struct WindowPlace {
     int x0, y0, columns, count;
@@ -239,11 +250,12 @@ void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>
     const std::size_t w = static_cast<std::size_t>(width);
     const WindowShape shape = ShapeWindows(source->GetGDALDataset(), bandIndices.size(), width);
     RowTally tally;
-    ClassMoments moments(centers, options.classStatistics, options.classStatistics && options.classCovariance);
+    const bool covariance = options.classStatistics && options.classCovariance &&
+                            CovarianceFits(static_cast<std::size_t>(shape.rows), centers);
+    ClassMoments moments(centers, options.classStatistics, covariance);
     std::vector<RowTally> rowTally(static_cast<std::size_t>(shape.rows));
     std::vector<ClassMoments> rowMoments(static_cast<std::size_t>(shape.rows),
-                                         ClassMoments(centers, options.classStatistics,
-                                                      options.classStatistics && options.classCovariance));
+                                         ClassMoments(centers, options.classStatistics, covariance));
     std::vector<std::uint8_t> out(w * static_cast<std::size_t>(shape.rows));
     const WindowLabels labelling{centers, report != nullptr, rowTally, rowMoments, out, w};
     GDALDataset* target = result ? result->GetGDALDataset() : nullptr;
