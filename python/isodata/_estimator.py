@@ -248,15 +248,18 @@ class ISODATA:
                 VirtualRaster(scene.pixels, scene.transform, scene.crs, scene.nodata, scene.descriptions) as raster, \
                 _mask(mask, rows, cols) as m:
             model, out = os.path.join(folder, "model.json"), os.path.join(folder, "classes")
-            page = os.path.join(folder, "report.html")
-            words = _options.words(self._settings()) + ["-model-out", model, "-report", page]
+            # The fit's report, when the charting library it embeds is installed.
+            page = os.path.join(folder, "report.html") if _isodata.chart_library_path() else None
+            words = _options.words(self._settings()) + ["-model-out", model] + (["-report", page] if page else [])
             words += ["-mask", m.path] if m else []
             summary = _command.run(words + [raster.path, out], progress, _names(raster, m))
             labels = _read_labels(out, rows, cols)
             with open(model, encoding="utf-8") as f:
                 self._take_model(f.read())
-            with open(page, encoding="utf-8") as f:
-                self._report_html = f.read()
+            self._report_html = None
+            if page:
+                with open(page, encoding="utf-8") as f:
+                    self._report_html = f.read()
         self.summary_ = summary
         self.excluded_ = summary["excluded"]
         self.history_ = summary["iterations"]
@@ -395,8 +398,9 @@ class ISODATA:
         separability, in one file that opens offline."""
         self._fitted()
         if not getattr(self, "_report_html", None):
-            raise RequestError("there is no report of this fit: a fit on a Dask-backed scene or a model loaded "
-                               "from a file has none (isodata.classify(..., report=...) writes one for a file)")
+            raise RequestError("there is no report of this fit: a fit on a Dask-backed scene, a model loaded "
+                               "from a file, or a fit where the charting library (Debian's libjs-chart.js) is not "
+                               "installed has none (isodata.classify(..., report=...) writes one for a file)")
         with open(path, "w", encoding="utf-8") as f:
             f.write(self._report_html)
 

@@ -136,6 +136,7 @@ PYBIND11_MODULE(_isodata, m) {
     m.def("version", &isodata_cli::VersionText);
     m.def("gdal_version", &isodata_run::GdalVersion);
     m.def("plugin_path", &PluginPath);
+    m.def("chart_library_path", &isodata_run::ChartLibraryPath);
     m.def("run_command", &RunCommand, py::arg("words"), py::arg("messages_fd"));
     m.def("write_text", &WriteText, py::arg("name"), py::arg("text"));
     m.def("working_copy_picks", &WorkingCopyPicks, py::arg("width"), py::arg("height"));

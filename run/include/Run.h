@@ -59,6 +59,11 @@ ISODATA_RUN_API std::string WorkingCopyRule();
 // it: "1e7".
 ISODATA_RUN_API std::string LabellingReachText();
 
+// Where the charting library an HTML report embeds is installed (Debian's
+// libjs-chart.js, or the file ISODATA_CHART_JS names); empty when it is
+// not, and a report cannot be written.
+ISODATA_RUN_API std::string ChartLibraryPath();
+
 // The longer side of a preview, in pixels, at most.
 inline constexpr int kPreviewMaxSide = 1024;
 

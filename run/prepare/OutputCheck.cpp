@@ -7,7 +7,7 @@
 // The plug-in's working files live in the run folder, so the input's folder
 // is only read.
 #include "Checks.h"
-#include "HtmlReport.h"
+#include "Run.h"
 
 #include "FormatJudgement.h"
 #include "Paths.h"
@@ -113,7 +113,7 @@ Check CheckReport(const RunAsk& ask, const RunRequest& request) {
         if (!other->empty() && SamePath(ask.reportPath, *other))
             return Refuse(AskField::Report, Quote(ask.reportPath) + " is the name of another file of the run too");
     if (ChartLibraryPath().empty())
-        return Refuse(AskField::Report, "the chart library the page embeds is not installed (Debian's "
+        return Refuse(AskField::Report, "needs the chart library the page embeds, which is not installed (Debian's "
                                         "libjs-chart.js; or name its chart.min.js in ISODATA_CHART_JS)");
     return {};
 }

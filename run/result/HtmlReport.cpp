@@ -8,6 +8,7 @@
 //     written into the page with the script that uses it: nothing is
 //     fetched when the page opens.
 #include "HtmlReport.h"
+#include "Run.h"
 
 #include "Preview.h"
 
@@ -393,10 +394,10 @@ constexpr const char* kScript = R"(
 } // namespace
 
 std::string ChartLibraryPath() {
-    if (const char* given = std::getenv("ISODATA_CHART_JS"); given && *given) return given;
-    const char* installed = "/usr/share/javascript/chart.js/chart.min.js";  // Debian's libjs-chart.js
+    const char* given = std::getenv("ISODATA_CHART_JS");
+    const char* path = given && *given ? given : "/usr/share/javascript/chart.js/chart.min.js";  // libjs-chart.js
     VSIStatBufL stat;
-    return VSIStatL(installed, &stat) == 0 ? installed : "";
+    return VSIStatL(path, &stat) == 0 && VSI_ISREG(stat.st_mode) ? path : "";
 }
 
 bool WriteHtmlReport(const ReportPage& page, const std::string& path, std::string& error) {

@@ -15,10 +15,6 @@ class GDALDataset;
 
 namespace isodata_run {
 
-// Where the charting library the page embeds is installed (Debian's
-// libjs-chart.js, or ISODATA_CHART_JS); empty when it is not.
-std::string ChartLibraryPath();
-
 struct ReportPage {
     const RunRequest& request;
     const RunReport& report;

@@ -11,7 +11,7 @@ import numpy as np
 import pytest
 
 import isodata
-from conftest import command, write_tif
+from conftest import COMMAND, command, write_tif
 
 BROWSER = shutil.which("chromium") or shutil.which("chromium-browser")
 # Quiet the browser's own background traffic; what is left of it is
@@ -70,6 +70,11 @@ def test_a_report_of_apply_has_no_convergence_and_a_failed_run_publishes_none(sa
     assert sorted(os.listdir(tmp_path)) == before
     status, failure = command("-report", tmp_path / "m.json", sample_path, tmp_path / "x.img", check=False)
     assert status == 1 and "already exists" in failure["error"]
+    # Without the chart library the page embeds, a report is refused before anything runs.
+    done = subprocess.run([COMMAND, "-report", tmp_path / "y.html", sample_path, tmp_path / "y.img"],
+                          env=dict(os.environ, ISODATA_CHART_JS=str(tmp_path / "none.js")), capture_output=True,
+                          text=True)
+    assert done.returncode == 1 and "-report needs the chart library" in done.stderr
     assert sorted(os.listdir(tmp_path)) == before
 
 
