@@ -259,7 +259,7 @@ class ISODATA:
             self._report_html = None
             if page:
                 with open(page, encoding="utf-8") as f:
-                    self._report_html = f.read()
+                    self._report_html = f.read().replace(raster.path, _ARRAY)
         self.summary_ = summary
         self.excluded_ = summary["excluded"]
         self.history_ = summary["iterations"]

@@ -83,6 +83,7 @@ def test_a_fit_writes_the_commands_page_and_shows_it_in_a_notebook(sample, tmp_p
     fitted.report(tmp_path / "fit.html")
     page = (tmp_path / "fit.html").read_text()
     assert 'id="signature-chart"' in page and "Jeffries-Matusita distance" in page
+    assert "<title>Classes of the array</title>" in page and "/vsimem" not in page
     shown = fitted._repr_html_()
     assert shown.count("<tr>") == fitted.n_classes_ + 1 and "<iframe" in shown and "srcdoc=" in shown
     da = pytest.importorskip("dask.array")
