@@ -67,40 +67,25 @@ protected:
 };
 using MasksAndModelsEndToEndTest = RealDataEndToEndTest;
 
-struct MaskedCase {
-    const char* name;
-    std::function<void(const std::string& folder)> write;  // writes scene.tif (and mask.tif)
-    Args options;
-    const char* by;  // the rule the summary names
-};
+testsupport::RasterTable WithNodata(testsupport::RasterTable t, double nodata) {
+    t.nodata = {nodata};
+    return t;
+}
 
 TEST_F(MasksAndModelsEndToEndTest, PixelsThatAreNotDataAreZeroCountedApartAndNeverAClass) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    const MaskedCase cases[] = {
-        {"NaN border, declared", [&](const std::string& d) {
-             auto t = Scene(GDT_Float32, 3, 1, Border, {nan});
-             t.nodata = {nan};
-             testsupport::WriteRaster(d + "/scene.tif", t);
-         }, {}, "nodata"},
-        {"-9999 declared", [](const std::string& d) {
-             auto t = Scene(GDT_Int16, 3, 1, Border, {-9999});
-             t.nodata = {-9999};
-             testsupport::WriteRaster(d + "/scene.tif", t);
-         }, {}, "nodata"},
-        {"0-fill named with -srcnodata", [](const std::string& d) {
-             testsupport::WriteRaster(d + "/scene.tif", Scene(GDT_Byte, 3, 1, Border, {0}));
-         }, {"-srcnodata", "0"}, "nodata"},
-        {"mask raster", [](const std::string& d) {
-             testsupport::WriteRaster(d + "/scene.tif", Scene(GDT_UInt16, 3, 1, Border, {4000}));
-             testsupport::RasterTable m{kW, kH, GDT_Byte, {std::vector<double>(kW * kH)}};
-             for (int i = 0; i < kW * kH; ++i) m.bands[0][i] = Border(i % kW, i / kW) ? 0 : 7;
-             testsupport::WriteRaster(d + "/mask.tif", m);
-         }, {"-mask", "mask.tif"}, "mask raster"},
+    // The scene, the options, and the rule the summary names; mask.tif is 0 on the border.
+    const struct { const char* name; testsupport::RasterTable scene; Args options; const char* by; } cases[] = {
+        {"NaN border, declared", WithNodata(Scene(GDT_Float32, 3, 1, Border, {nan}), nan), {}, "nodata"},
+        {"-9999 declared", WithNodata(Scene(GDT_Int16, 3, 1, Border, {-9999}), -9999), {}, "nodata"},
+        {"0-fill named with -srcnodata", Scene(GDT_Byte, 3, 1, Border, {0}), {"-srcnodata", "0"}, "nodata"},
+        {"mask raster", Scene(GDT_UInt16, 3, 1, Border, {4000}), {"-mask", "mask.tif"}, "mask raster"},
     };
-    for (const MaskedCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const testsupport::TempDir d;
-        c.write(d.Path());
+        testsupport::WriteRaster(d.File("scene.tif"), c.scene);
+        testsupport::WriteRaster(d.File("mask.tif"), Scene(GDT_Byte, 1, 1, Border, {0}));
         Args args = c.options;
         args.insert(args.end(), {"-json", "-q", "-classes", "4", "-initial", "2", "scene.tif", "classes.img"});
         const clitest::ProcessResult r = Isodata(d.Path(), args);
