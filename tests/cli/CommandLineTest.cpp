@@ -98,7 +98,6 @@ INSTANTIATE_TEST_SUITE_P(
                 "-co refused: driver GTiff does not support creation option NONESUCH"},
         // The kernel's process folder takes no new file, even from root.
         Refusal{"OutputFolderNotWritable", "scene.tif /proc/self/out", "", 1, "output folder '/proc/self' is not"},
-        Refusal{"OutputExists", "scene.tif out", "", 1, "output 'out' already exists (use -overwrite"},
         Refusal{"OutputHeaderExists", "scene.tif new", "new.hdr", 1, "output 'new': 'new.hdr' already exists"},
         // Past the checks, under -overwrite: the old result must survive any failure.
         Refusal{"ClassificationFails", "-overwrite scene.tif out", "", 2, "classification failed\n", "fail"},

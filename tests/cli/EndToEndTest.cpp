@@ -34,10 +34,7 @@ using clitest::ProcessResult;
 using Args = std::vector<std::string>;
 namespace fs = std::filesystem;
 
-ProcessResult Isodata(const std::string& folder, Args args, const clitest::Interruption& interruption = {}) {
-    args.insert(args.begin(), ISODATA_BINARY);
-    return clitest::RunProcess(args, {}, folder, interruption);
-}
+using clitest::Isodata;
 
 // Three bands of smooth gradients with a ripple: enough structure for every
 // stage to have work, no two runs of different inputs alike.

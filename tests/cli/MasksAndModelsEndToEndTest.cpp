@@ -1,8 +1,11 @@
-// The command with the real plug-in on scenes that carry pixels that are not
-// data (NaN, a nodata value, 0-fill, an alpha band, a mask raster): those
-// pixels are 0 in the result and counted apart; a scene with nothing valid
-// is refused. A run's model applied to its scene, or to tiles of it run as
-// independent jobs, gives the run's bytes.
+// The command with the real plug-in on rasters as people have them: classes
+// depend on the valid pixels alone. Pixels that are not data (NaN, a nodata
+// value, 0-fill, an alpha band, a mask raster) are 0 in the result and
+// counted apart, and a scene with nothing valid is refused; zeros and large
+// values are data, overviews change nothing, an alpha band is a mask and not
+// a band, and a zero fill is pointed out; -plain gives the plug-in's plain
+// run, which does otherwise, to the byte. A run's model applied to its scene,
+// or to tiles of it run as independent jobs, gives the run's bytes.
 #include "Subprocess.h"
 #include "support/TestSupport.h"
 
@@ -16,80 +19,73 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <limits>
 
 namespace {
 
 using Args = std::vector<std::string>;
-
-clitest::ProcessResult Isodata(const std::string& folder, Args args) {
-    args.insert(args.begin(), ISODATA_BINARY);
-    return clitest::RunProcess(args, {}, folder);
-}
+using clitest::Isodata;
 
 QJsonObject Json(const clitest::ProcessResult& r) { return QJsonDocument::fromJson(QByteArray::fromStdString(r.out)).object(); }
 
+// 150 x 120 pixels: reduced by half for the working copy, so overviews
+// could stand in for it.
 constexpr int kW = 150, kH = 120;
 
-double Land(int b, int x, int y) { return 20 + 60 * ((x / 25 + y / 20 + b) % 4) + (x + 2 * y) % 7; }
 bool Border(int x, int y) { return y < 15 || x >= 130 || (x > 40 && x < 60 && y > 50 && y < 90); }
+bool Corner(int x, int y) { return x < 30 && y < 40; }
 
-// A three-band scene of type, with fill where Border holds, and the bands
-// that make it.
-testsupport::RasterTable Scene(GDALDataType type, double fill, int bands = 3) {
+// Blocks of four kinds with a ripple, offset per band, times scale; where
+// filled holds, the pixel is fill (one value for every band, or one each).
+testsupport::RasterTable Scene(GDALDataType type, int bands, double scale = 1.0,
+                               std::function<bool(int, int)> filled = {}, std::vector<double> fill = {}) {
     testsupport::RasterTable t{kW, kH, type, testsupport::BandValues(bands, std::vector<double>(kW * kH))};
     for (int b = 0; b < bands; ++b)
-        for (int i = 0; i < kW * kH; ++i)
-            t.bands[b][i] = Border(i % kW, i / kW) ? fill : Land(b, i % kW, i / kW);
+        for (int i = 0; i < kW * kH; ++i) {
+            const int x = i % kW, y = i / kW;
+            t.bands[b][i] = filled && filled(x, y) ? fill[fill.size() == 1 ? 0 : b]
+                                                   : scale * (20 + 60 * ((x / 25 + y / 20 + b) % 4) + (x + 2 * y) % 7);
+        }
     return t;
 }
 
-class MasksAndModelsEndToEndTest : public ::testing::Test {
+std::int64_t Zeros(const std::vector<double>& labels) { return std::count(labels.begin(), labels.end(), 0.0); }
+
+class RealDataEndToEndTest : public ::testing::Test {
 protected:
+    // Runs isodata with args on scene.tif into out.img; its labels.
+    std::vector<double> Classes(Args args) {
+        args.insert(args.end(), {"-q", "-overwrite", "scene.tif", "out.img"});
+        const clitest::ProcessResult r = Isodata(dir.Path(), args);
+        EXPECT_EQ(r.exitCode, 0) << r.err;
+        return r.exitCode == 0 ? testsupport::ReadBand(dir.File("out.img")) : std::vector<double>();
+    }
     testsupport::TempDir dir;
 };
+using MasksAndModelsEndToEndTest = RealDataEndToEndTest;
 
-struct MaskedCase {
-    const char* name;
-    std::function<void(const std::string& folder)> write;  // writes scene.tif (and mask.tif)
-    Args options;
-    const char* by;  // the rule the summary names
-};
+testsupport::RasterTable WithNodata(testsupport::RasterTable t, double nodata) {
+    t.nodata = {nodata};
+    return t;
+}
 
 TEST_F(MasksAndModelsEndToEndTest, PixelsThatAreNotDataAreZeroCountedApartAndNeverAClass) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    const MaskedCase cases[] = {
-        {"NaN border, declared", [&](const std::string& d) {
-             auto t = Scene(GDT_Float32, nan);
-             t.nodata = {nan};
-             testsupport::WriteRaster(d + "/scene.tif", t);
-         }, {}, "nodata"},
-        {"-9999 declared", [](const std::string& d) {
-             auto t = Scene(GDT_Int16, -9999);
-             t.nodata = {-9999};
-             testsupport::WriteRaster(d + "/scene.tif", t);
-         }, {}, "nodata"},
-        {"0-fill named with -srcnodata", [](const std::string& d) {
-             testsupport::WriteRaster(d + "/scene.tif", Scene(GDT_Byte, 0));
-         }, {"-srcnodata", "0"}, "nodata"},
-        {"transparent alpha", [](const std::string& d) {
-             auto t = Scene(GDT_Byte, 99, 4);
-             for (int i = 0; i < kW * kH; ++i) t.bands[3][i] = Border(i % kW, i / kW) ? 0 : 255;
-             t.alphaBand = 4;
-             testsupport::WriteRaster(d + "/scene.tif", t);
-         }, {"-b", "1", "-b", "2", "-b", "3"}, "alpha band"},
-        {"mask raster", [](const std::string& d) {
-             testsupport::WriteRaster(d + "/scene.tif", Scene(GDT_UInt16, 4000));
-             testsupport::RasterTable m{kW, kH, GDT_Byte, {std::vector<double>(kW * kH)}};
-             for (int i = 0; i < kW * kH; ++i) m.bands[0][i] = Border(i % kW, i / kW) ? 0 : 7;
-             testsupport::WriteRaster(d + "/mask.tif", m);
-         }, {"-mask", "mask.tif"}, "mask raster"},
+    // The scene, the options, and the rule the summary names; mask.tif is 0 on the border.
+    const struct { const char* name; testsupport::RasterTable scene; Args options; const char* by; } cases[] = {
+        {"NaN border, declared", WithNodata(Scene(GDT_Float32, 3, 1, Border, {nan}), nan), {}, "nodata"},
+        {"-9999 declared", WithNodata(Scene(GDT_Int16, 3, 1, Border, {-9999}), -9999), {}, "nodata"},
+        {"0-fill named with -srcnodata", Scene(GDT_Byte, 3, 1, Border, {0}), {"-srcnodata", "0"}, "nodata"},
+        {"mask raster", Scene(GDT_UInt16, 3, 1, Border, {4000}), {"-mask", "mask.tif"}, "mask raster"},
     };
-    for (const MaskedCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const testsupport::TempDir d;
-        c.write(d.Path());
+        testsupport::WriteRaster(d.File("scene.tif"), c.scene);
+        testsupport::WriteRaster(d.File("mask.tif"), Scene(GDT_Byte, 1, 1, Border, {0}));
         Args args = c.options;
         args.insert(args.end(), {"-json", "-q", "-classes", "4", "-initial", "2", "scene.tif", "classes.img"});
         const clitest::ProcessResult r = Isodata(d.Path(), args);
@@ -116,8 +112,7 @@ TEST_F(MasksAndModelsEndToEndTest, PixelsThatAreNotDataAreZeroCountedApartAndNev
 
 TEST_F(MasksAndModelsEndToEndTest, NothingValidIsRefusedAndNaNLeftInFailsWithItsCause) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    testsupport::RasterTable allNan = Scene(GDT_Float32, nan);
-    for (auto& band : allNan.bands) std::fill(band.begin(), band.end(), nan);
+    const testsupport::RasterTable allNan = Scene(GDT_Float32, 3, 1, [](int, int) { return true; }, {nan});
     testsupport::WriteRaster(dir.File("nan.tif"), allNan);
     const auto before = dir.List();
     const clitest::ProcessResult refused = Isodata(dir.Path(), {"nan.tif", "classes.img"});
@@ -129,20 +124,15 @@ TEST_F(MasksAndModelsEndToEndTest, NothingValidIsRefusedAndNaNLeftInFailsWithIts
     EXPECT_EQ(dir.List(), before);
 }
 
-std::vector<char> Bytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<char>(std::istreambuf_iterator<char>(in), {});
-}
-
 // Tiles cut with gdal_translate, classified by -apply as four jobs two at a
 // time under xargs, and mosaicked with gdalbuildvrt: the run's bytes.
 TEST_F(MasksAndModelsEndToEndTest, AModelAppliedToItsSceneOrToItsTilesGivesTheRunsBytes) {
-    testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Int16, -9999));
+    testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Int16, 3, 1, Border, {-9999}));
     ASSERT_EQ(Isodata(dir.Path(), {"-q", "-srcnodata", "-9999", "-model-out", "model.json", "scene.tif", "run.img"})
                   .exitCode, 0);
     const clitest::ProcessResult applied = Isodata(dir.Path(), {"-q", "-apply", "model.json", "scene.tif", "app.img"});
     ASSERT_EQ(applied.exitCode, 0) << applied.err;
-    EXPECT_EQ(Bytes(dir.File("app.img")), Bytes(dir.File("run.img")));
+    EXPECT_EQ(testsupport::ReadText(dir.File("app.img")), testsupport::ReadText(dir.File("run.img")));
 
     const std::string script =
         "set -e; for t in '0 0 80 70' '80 0 70 70' '0 70 80 50' '80 70 70 50'; do set -- $t; "
@@ -150,12 +140,12 @@ TEST_F(MasksAndModelsEndToEndTest, AModelAppliedToItsSceneOrToItsTilesGivesTheRu
         "xargs -P 2 -I{} '" + std::string(ISODATA_BINARY) + "' -q -apply model.json -of GTiff {}.tif {}.classes.tif; "
         "gdalbuildvrt -q mosaic.vrt tile_*.classes.tif; gdal_translate -q -of ENVI mosaic.vrt mosaic.img";
     ASSERT_EQ(clitest::RunProcess({"/bin/sh", "-c", script}, {}, dir.Path()).exitCode, 0);
-    EXPECT_EQ(Bytes(dir.File("mosaic.img")), Bytes(dir.File("run.img")));
+    EXPECT_EQ(testsupport::ReadText(dir.File("mosaic.img")), testsupport::ReadText(dir.File("run.img")));
 }
 
 TEST_F(MasksAndModelsEndToEndTest, AModelThatDoesNotFitTheInputIsRefusedInOneLine) {
-    testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Byte, 0));
-    testsupport::WriteRaster(dir.File("wide.tif"), Scene(GDT_UInt16, 0));
+    testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Byte, 3));
+    testsupport::WriteRaster(dir.File("wide.tif"), Scene(GDT_UInt16, 3));
     ASSERT_EQ(Isodata(dir.Path(), {"-q", "-model-out", "model.json", "scene.tif", "run.img"}).exitCode, 0);
     const clitest::ProcessResult r = Isodata(dir.Path(), {"-apply", "model.json", "wide.tif", "a.img"});
     EXPECT_EQ(r.exitCode, 1);
@@ -168,7 +158,7 @@ TEST_F(MasksAndModelsEndToEndTest, AModelThatDoesNotFitTheInputIsRefusedInOneLin
 // A model whose class names and colours were edited gives them to the
 // rasters it labels, in ENVI and through a conversion alike.
 TEST_F(MasksAndModelsEndToEndTest, AppliedClassesTakeTheModelsNamesAndColours) {
-    testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Byte, 0));
+    testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Byte, 3));
     ASSERT_EQ(Isodata(dir.Path(), {"-q", "-model-out", "model.json", "scene.tif", "run.img"}).exitCode, 0);
     QJsonObject model = QJsonDocument::fromJson(QByteArray::fromStdString(testsupport::ReadText(dir.File("model.json")))).object();
     QJsonArray classes = model["classes"].toArray();
@@ -191,9 +181,108 @@ TEST_F(MasksAndModelsEndToEndTest, AppliedClassesTakeTheModelsNamesAndColours) {
         const GDALColorEntry* e = band->GetColorTable()->GetColorEntry(1);
         EXPECT_EQ((std::vector<short>{e->c1, e->c2, e->c3}), (std::vector<short>{1, 2, 3}));
     }
-    // The pixels are the run's, whatever the names.
-    ASSERT_EQ(Isodata(dir.Path(), {"-q", "-apply", "edited.json", "scene.tif", "plain.img"}).exitCode, 0);
-    EXPECT_EQ(Bytes(dir.File("plain.img")), Bytes(dir.File("run.img")));
+}
+
+TEST_F(RealDataEndToEndTest, PlainIsThePlugInsPlainRunToTheByte) {
+    if (!testsupport::FileExists(ISODATA_SAMPLE_SCENE)) GTEST_SKIP() << "sample scene not fetched";
+    const clitest::ProcessResult r = Isodata(dir.Path(), {"-q", "-plain", ISODATA_SAMPLE_SCENE, "plain.img"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(testsupport::Fnv1a(testsupport::ReadText(dir.File("plain.img"))), testsupport::kSampleClassesFnv1a);
+}
+
+// Fills every overview of path's bands with 255 (in the file or in its
+// .ovr), so that a read of them would show.
+void SpoilOverviews(const std::string& path) {
+    GDALDatasetUniquePtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));
+    for (int b = 1; b <= ds->GetRasterCount(); ++b)
+        for (int o = 0; o < ds->GetRasterBand(b)->GetOverviewCount(); ++o)
+            ASSERT_EQ(ds->GetRasterBand(b)->GetOverview(o)->Fill(255), CE_None);
+}
+
+// Overviews next to the file (.ovr) or inside it, whatever they hold, give
+// the classes of the scene without them; only -plain reads them, as GDAL's
+// reduced read would.
+TEST_F(RealDataEndToEndTest, OverviewsChangeNoClass) {
+    testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Byte, 3));
+    const std::vector<double> bare = Classes({});
+    // Without overviews and without zeros the plain run is the same run.
+    EXPECT_EQ(Classes({"-plain"}), bare);
+    testsupport::BuildOverviews(dir.File("scene.tif"));  // read-only: scene.tif.ovr
+    ASSERT_TRUE(testsupport::FileExists(dir.File("scene.tif.ovr")));
+    SpoilOverviews(dir.File("scene.tif"));
+    EXPECT_EQ(Classes({}), bare) << "external overviews";
+    EXPECT_EQ(Classes({"-threads", "1", "-mem", "0"}), bare) << "external overviews, on disk";
+    EXPECT_NE(Classes({"-plain"}), bare) << "the plain run reads the overviews";
+    std::filesystem::remove(dir.File("scene.tif.ovr"));
+    {
+        GDALDatasetUniquePtr ds(GDALDataset::Open(dir.File("scene.tif").c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));
+        int levels[] = {2, 4};
+        ASSERT_EQ(ds->BuildOverviews("NEAREST", 2, levels, 0, nullptr, nullptr, nullptr), CE_None);
+    }
+    SpoilOverviews(dir.File("scene.tif"));
+    EXPECT_EQ(Classes({}), bare) << "internal overviews";
+    EXPECT_EQ(Classes({"-srcnodata", "7"}), bare) << "internal overviews, with a validity mask";
+    EXPECT_NE(Classes({"-plain"}), bare) << "the plain run reads the overviews";
+}
+
+// Pixels 0 in every band (a DEM at sea level), or whose signed values sum to
+// 0, and values far beyond 1e7 are classified; the plain run leaves them 0.
+TEST_F(RealDataEndToEndTest, ZerosAndLargeValuesAreData) {
+    const struct {
+        const char* name;
+        testsupport::RasterTable scene;
+        std::int64_t plainZeros;  // pixels the plain run leaves unclassified, at least
+    } cases[] = {
+        {"sea level", Scene(GDT_Int16, 1, 1.0, Corner, {0}), 30 * 40},
+        {"signed, summing to 0", Scene(GDT_Int16, 4, 1.0, Corner, {-151, 29, 29, 93}), 30 * 40},
+        // A pixel's ripple puts most of them 1e7 or more from their centre.
+        {"scaled by 1e7", Scene(GDT_Float32, 3, 1e7), kW * kH / 2},
+    };
+    for (const auto& c : cases) {
+        testsupport::WriteRaster(dir.File("scene.tif"), c.scene);
+        EXPECT_EQ(Zeros(Classes({})), 0) << c.name;
+        EXPECT_GE(Zeros(Classes({"-plain"})), c.plainZeros) << c.name;
+    }
+}
+
+// RGBA, where GDAL gives the colours the alpha band as their mask, and six
+// bands and an alpha band (as warping with -dstalpha makes), where it gives
+// them none: either way the alpha band is no default band and is the mask,
+// its transparent pixels 0 in the result.
+TEST_F(RealDataEndToEndTest, AnAlphaBandIsAMaskNotABand) {
+    for (const int colours : {3, 6}) {
+        testsupport::RasterTable scene = Scene(GDT_Byte, colours + 1);
+        for (int i = 0; i < kW * kH; ++i) scene.bands[colours][i] = i % kW < 50 ? 0 : 255;  // the left third transparent
+        scene.alphaBand = colours + 1;
+        testsupport::WriteRaster(dir.File("scene.tif"), scene);
+        const clitest::ProcessResult r = Isodata(dir.Path(), {"-q", "-json", "-overwrite", "scene.tif", "out.img"});
+        ASSERT_EQ(r.exitCode, 0) << r.err;
+        const QJsonObject json = Json(r);
+        QJsonArray bands;
+        for (int b = 1; b <= colours; ++b) bands.append(b);
+        EXPECT_EQ(json["parameters"].toObject()["b"].toArray(), bands) << colours;
+        EXPECT_EQ(json["excluded"].toObject()["by"].toObject()["alpha band"].toDouble(), 50.0 * kH) << colours;
+        for (const QJsonValue& c : json["classes"].toArray()) EXPECT_GT(c.toObject()["pixels"].toDouble(), 0);
+        const std::vector<double> labels = testsupport::ReadBand(dir.File("out.img"));
+        for (int i = 0; i < kW * kH; ++i)
+            if (i % kW < 50) ASSERT_EQ(labels[i], 0.0) << colours << " colours, pixel " << i;
+    }
+    // Named on purpose, the alpha band is classified like any other.
+    EXPECT_EQ(Classes({"-b", "1", "-b", "7", "-mask", "none"}).size(), static_cast<std::size_t>(kW * kH));
+}
+
+TEST_F(RealDataEndToEndTest, AZeroFillWithoutNodataIsPointedOut) {
+    testsupport::WriteRaster(dir.File("scene.tif"), Scene(GDT_Byte, 3, 1.0, Corner, {0}));
+    const std::string hint =
+        "isodata: warning: 1200 pixels are 0 in every band and were classified; if 0 is no data here (use -srcnodata "
+        "0)\n";
+    clitest::ProcessResult r = Isodata(dir.Path(), {"-q", "scene.tif", "out.img"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.err, hint);
+    r = Isodata(dir.Path(), {"-q", "-srcnodata", "0", "scene.tif", "named.img"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(Zeros(testsupport::ReadBand(dir.File("named.img"))), 30 * 40);
 }
 
 } // namespace

@@ -34,4 +34,13 @@ struct Interruption {
 ProcessResult RunProcess(const std::vector<std::string>& args, const std::vector<std::string>& env,
                          const std::string& workDir, const Interruption& interruption = {});
 
+#ifdef ISODATA_BINARY
+// The isodata binary with args, run in folder.
+inline ProcessResult Isodata(const std::string& folder, std::vector<std::string> args,
+                             const Interruption& interruption = {}) {
+    args.insert(args.begin(), ISODATA_BINARY);
+    return RunProcess(args, {}, folder, interruption);
+}
+#endif
+
 } // namespace clitest

@@ -1,8 +1,7 @@
-// The assignment pass: nearest centre, ties, block strides, scratch files,
-// distance sums and the unsigned 32-bit wrap.
+// The assignment pass: nearest centre, ties, block strides, scratch files
+// and distance sums. (NaN pixels and the unsigned 32-bit wrap are the
+// kernel's: NearestCentersTest, PixelTypesTest.)
 #include "EngineHarness.h"
-
-#include <limits>
 
 namespace {
 
@@ -34,14 +33,6 @@ TEST(ClassifyPixelsTest, EqualDistanceGoesToTheLowerCluster) {
     // Distances 40, 30, 10, 20, 25, 10: clusters 2 and 5 tie.
     h.ClassifyWith({{100}, {90}, {50}, {80}, {85}, {70}});
     EXPECT_EQ(h.state.blockClassCounts[0], (std::vector<std::uint32_t>{0, 0, 1, 0, 0, 0}));
-}
-
-TEST(ClassifyPixelsTest, NaNPixelsStayInClusterZeroWithoutADistance) {
-    EngineHarness<float> f;
-    f.Make(2, 1, OneBand({std::numeric_limits<double>::quiet_NaN(), 3.0}), 2);
-    f.ClassifyWith({{0.0f}, {2.0f}});
-    EXPECT_EQ(f.state.blockClassCounts[0], (std::vector<std::uint32_t>{1, 1}));
-    EXPECT_EQ(f.state.distanceSums, (std::vector<double>{0.0, 1.0}));
 }
 
 TEST(ClassifyPixelsTest, IndicesBeyondOneBufferAreWrittenInOrderAndReadBackInAnyRuns) {

@@ -6,38 +6,35 @@
 
 namespace {
 
-using enginetest::EngineHarness;
 using enginetest::OneBand;
-
 template <class T>
-std::vector<std::vector<T>> Choose(EngineHarness<T>& h) {
+using Centres = std::vector<std::vector<T>>;
+
+// The centres chosen from one row of one-pixel blocks.
+template <class T>
+Centres<T> Choose(const testsupport::BandValues& row, std::int32_t clusters) {
+    enginetest::EngineHarness<T> h;
+    h.Make(static_cast<int>(row[0].size()), 1, row, clusters, 1);
     h.seam.SelectInitialCenters(h.Stage());
     return h.seam.Centers();
 }
 
 TEST(InitialCentersTest, StartsFromTheMostCentralSampleThenTakesTheFarthest) {
-    EngineHarness<std::uint8_t> h;
     // Largest distances: 190, 180, 170, 190, 100, so 100 is most central;
     // then 200 lies farthest from it, then 10 from both.
-    h.Make(5, 1, OneBand({10, 20, 30, 200, 100}), 3, 1);
-    EXPECT_EQ(Choose(h), (std::vector<std::vector<std::uint8_t>>{{100}, {200}, {10}}));
+    EXPECT_EQ(Choose<std::uint8_t>(OneBand({10, 20, 30, 200, 100}), 3), (Centres<std::uint8_t>{{100}, {200}, {10}}));
 }
 
 TEST(InitialCentersTest, ByteDistancesWrapSoAFarPairCanLookClose) {
-    EngineHarness<std::uint8_t> h;
     // Samples A(0,0), B(200,200), C(150,0): AB = 400 mod 256 = 144, AC = 150,
     // BC = 250. A is most central; C, not B, is farthest from it.
-    h.Make(3, 1, {{0, 200, 150}, {0, 200, 0}}, 2, 1);
-    EXPECT_EQ(Choose(h), (std::vector<std::vector<std::uint8_t>>{{0, 0}, {150, 0}}));
+    EXPECT_EQ(Choose<std::uint8_t>({{0, 200, 150}, {0, 200, 0}}, 2), (Centres<std::uint8_t>{{0, 0}, {150, 0}}));
 }
 
 TEST(InitialCentersTest, TiesGoToTheLowerSampleAndNoClusterLeavesNoCentre) {
-    EngineHarness<float> one, none;
     // Largest distances 9, 5, 5, 9: the first of the two central samples.
-    one.Make(4, 1, OneBand({0.0, 4.0, 5.0, 9.0}), 1, 1);
-    EXPECT_EQ(Choose(one), (std::vector<std::vector<float>>{{4.0f}}));
-    none.Make(3, 1, OneBand({1.0, 2.0, 3.0}), 0, 1);
-    EXPECT_TRUE(Choose(none).empty());
+    EXPECT_EQ(Choose<float>(OneBand({0.0, 4.0, 5.0, 9.0}), 1), (Centres<float>{{4.0f}}));
+    EXPECT_TRUE(Choose<float>(OneBand({1.0, 2.0, 3.0}), 0).empty());
 }
 
 } // namespace

@@ -1,18 +1,11 @@
-// The room a run folder needs, part by part in bytes worked out by hand,
-// the refusal when it is not there, and the same refusal from Prepare on a
-// small tmpfs that holds the run only with the working copy in memory.
+// The room a run folder needs, part by part in bytes worked out by hand, and
+// the refusal when it is not there. Prepare's refusal of a real full file
+// system runs end to end in the command's tests (BusyTest.FullDisk...).
 #include "Checks.h"
 
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
-
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 
 using namespace isodata_run;
 
@@ -113,50 +106,6 @@ TEST(SpaceRefusalTest, OffersAnotherFolderAndMemoryWhereTheCopyWouldFitThere) {
         for (size_t i = 0; i < r.remedies.size(); ++i)
             EXPECT_EQ(std::pair(r.remedies[i].field, r.remedies[i].how), std::pair(c.remedies[i].field, c.remedies[i].how));
     }
-}
-
-// A tmpfs of 2560 KiB, unmounted at the end.
-class SmallFileSystem {
-public:
-    explicit SmallFileSystem(const std::string& folder) : folder_(folder) {
-        mkdir(folder.c_str(), 0700);
-        mounted_ = mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=2560k") == 0;
-        error_ = mounted_ ? "" : std::strerror(errno);
-    }
-    ~SmallFileSystem() {
-        if (mounted_) umount2(folder_.c_str(), MNT_DETACH);
-    }
-    bool Mounted() const { return mounted_; }
-    const std::string& Error() const { return error_; }
-
-private:
-    std::string folder_, error_;
-    bool mounted_ = false;
-};
-
-TEST(SpaceRefusalTest, PrepareRefusesAFullFileSystemUnlessTheCopyStaysInMemory) {
-    testsupport::TempDir dir;
-    SmallFileSystem small(dir.File("small"));
-    if (!small.Mounted())
-        GTEST_SKIP() << "needs to mount a tmpfs (root in a mount namespace): " << small.Error();
-    // 400 x 300 x 3 halves to 30000 pixels: a copy of 360000 bytes, a mask
-    // of 30000, scratch 2217152 and the class raster 185536: 2792688 bytes
-    // in all, 2432688 without the copy, on 2621440 free.
-    testsupport::WriteRaster(dir.File("in.tif"), {400, 300, GDT_Byte, testsupport::BandValues(3, std::vector<double>(120000))});
-    RunAsk ask;
-    ask.input = dir.File("in.tif"), ask.output = dir.File("out.img"), ask.format = "ENVI", ask.tmpDir = dir.File("small");
-    ask.memoryMB = 0;
-    const Prepared onDisk = Prepare(ask);
-    ASSERT_TRUE(onDisk.refusal);
-    EXPECT_EQ(onDisk.refusal->problem, "the run needs 2.8 MB in '" + dir.File("small") + "', 2.6 MB free there");
-    ASSERT_EQ(onDisk.refusal->remedies.size(), 2u);
-    EXPECT_EQ(onDisk.refusal->remedies[1].how, "of 1 MB or more, to keep the working copy in memory");
-    EXPECT_EQ(onDisk.space.needed, 2792688);
-    EXPECT_EQ(onDisk.space.free, 2621440);
-    ask.memoryMB = 1;
-    const Prepared inMemory = Prepare(ask);
-    EXPECT_FALSE(inMemory.refusal) << inMemory.refusal->problem;
-    EXPECT_EQ(inMemory.space.needed, 2432688);
 }
 
 } // namespace

@@ -22,7 +22,7 @@ GDALDatasetUniquePtr BandsWithNodata() {
     return ds;
 }
 
-TEST(MaskBandsTest, EachNodataMaskOnceInListOrderSkippingAllValidAndMissingBands) {
+TEST(MaskBandsTest, EachNodataMaskOnceInListOrderSkippingAllValidAndMissingBandsAndNoneWithoutADataset) {
     const GDALDatasetUniquePtr ds = BandsWithNodata();
     const auto chosen = ChooseMaskBands(ds.get(), {2, 1, 0, 0, 7});
     ASSERT_EQ(chosen.size(), 2u);
@@ -34,6 +34,8 @@ TEST(MaskBandsTest, EachNodataMaskOnceInListOrderSkippingAllValidAndMissingBands
         EXPECT_EQ(c.flags, GMF_NODATA);
         EXPECT_EQ(c.mask, c.band->GetMaskBand());
     }
+    EXPECT_TRUE(ChooseMaskBands(nullptr, {0, 1}).empty());
+    EXPECT_TRUE(ChooseMaskBands(ds.get(), {1, 1, 3}).empty());  // band 2 holds no nodata; there is no band 4
 }
 
 TEST(MaskBandsTest, APerDatasetMaskIsChosenOnceAtItsFirstBand) {
@@ -45,12 +47,6 @@ TEST(MaskBandsTest, APerDatasetMaskIsChosenOnceAtItsFirstBand) {
     EXPECT_EQ(chosen[0].band, ds->GetRasterBand(2));
     EXPECT_EQ(chosen[0].mask, ds->GetRasterBand(1)->GetMaskBand());
     EXPECT_EQ(chosen[0].flags, GMF_PER_DATASET);
-}
-
-TEST(MaskBandsTest, NothingWithoutADatasetOrWithOnlyAllValidBands) {
-    const GDALDatasetUniquePtr ds = BandsWithNodata();
-    EXPECT_TRUE(ChooseMaskBands(nullptr, {0, 1}).empty());
-    EXPECT_TRUE(ChooseMaskBands(ds.get(), {1, 1, 3}).empty());
 }
 
 } // namespace
