@@ -264,8 +264,9 @@ TEST_F(RealDataEndToEndTest, AnAlphaBandIsAMaskNotABand) {
         EXPECT_EQ(json["excluded"].toObject()["by"].toObject()["alpha band"].toDouble(), 50.0 * kH) << colours;
         for (const QJsonValue& c : json["classes"].toArray()) EXPECT_GT(c.toObject()["pixels"].toDouble(), 0);
         const std::vector<double> labels = testsupport::ReadBand(dir.File("out.img"));
-        for (int i = 0; i < kW * kH; ++i)
+        for (int i = 0; i < kW * kH; ++i) {
             if (i % kW < 50) ASSERT_EQ(labels[i], 0.0) << colours << " colours, pixel " << i;
+        }
     }
     // Named on purpose, the alpha band is classified like any other.
     EXPECT_EQ(Classes({"-b", "1", "-b", "7", "-mask", "none"}).size(), static_cast<std::size_t>(kW * kH));

@@ -34,7 +34,9 @@ constexpr bool kPeaksCount = true;
 #endif
 
 void ExpectUnder(long peakKilobytes, long bound) {
-    if (kPeaksCount) EXPECT_LT(peakKilobytes, bound);
+    if (kPeaksCount) {
+        EXPECT_LT(peakKilobytes, bound);
+    }
 }
 
 // The model file less the line that records the -threads option.
