@@ -265,7 +265,9 @@ TEST_F(RealDataEndToEndTest, AnAlphaBandIsAMaskNotABand) {
         for (const QJsonValue& c : json["classes"].toArray()) EXPECT_GT(c.toObject()["pixels"].toDouble(), 0);
         const std::vector<double> labels = testsupport::ReadBand(dir.File("out.img"));
         for (int i = 0; i < kW * kH; ++i) {
-            if (i % kW < 50) ASSERT_EQ(labels[i], 0.0) << colours << " colours, pixel " << i;
+            if (i % kW < 50) {
+                ASSERT_EQ(labels[i], 0.0) << colours << " colours, pixel " << i;
+            }
         }
     }
     // Named on purpose, the alpha band is classified like any other.
