@@ -71,13 +71,17 @@ std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const Lab
 
 namespace {
 
-// One window of the input as read, through the handle it holds.
+// One window of the input as read, through the handle it holds, or its
+// values from a view of its own of the input held in memory.
 struct WindowSlot {
     // figures: the caller counts non-finite pixels the rules leave in.
     WindowSlot(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& input,
                const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules,
-               bool figures)
-        : source(input), reader(source->GetGDALDataset(), bandIndices, shape.rows, shape.columns, rules, figures) {}
+               bool figures, const HeldInput* held)
+        : source(input),
+          view(held ? held->View() : nullptr),
+          reader(view ? view.get() : source->GetGDALDataset(), bandIndices, shape.rows, shape.columns, rules,
+                 figures) {}
 
     void Load(int left, int top, int width, int rows) {
         x0 = left, columns = width, count = rows;
@@ -85,6 +89,7 @@ struct WindowSlot {
     }
 
     KalUtility::_ptr_t<KalDataSource::RasterDataset> source;
+    GDALDatasetUniquePtr view;
     WindowReader reader;
     int x0 = 0, columns = 0, count = 0;
 };
@@ -105,7 +110,9 @@ constexpr std::size_t kReadAheadBytes = 2 * kWindowBytes;
 // load side by side, so each slot but the first reads through a handle of
 // its own, its mask bands too; the first uses the input's own. Mask bands of
 // another dataset (a virtual copy with other nodata values) or a mask raster
-// keep to one reader.
+// keep to one reader. With the input held in memory every slot reads its
+// values from a view of its own, and a file handle of its own is opened only
+// for the mask bands the rules read.
 std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                                const std::vector<std::uint32_t>& bandIndices, WindowShape shape,
                                                const ResultPassOptions& options, bool figures) {
@@ -117,17 +124,19 @@ std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataS
     const int fit = static_cast<int>(std::clamp<std::size_t>(kReadAheadBytes / windowBytes, 1, kMostReaders));
     const int readers = ownMasks ? std::min(threads, fit) : 1;
     std::vector<std::unique_ptr<WindowSlot>> slots;
-    slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules, figures));
+    slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules, figures, options.held));
     for (int i = 1; i < readers; ++i) {
-        const auto handle = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(source->GetPath(),
-                                                                                       KalDataSource::OpenReadOnly);
+        const auto handle = options.held && !rules.maskBandsOf
+                                ? source
+                                : KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(
+                                      source->GetPath(), KalDataSource::OpenReadOnly);
         if (!handle) {  // no other handle: one reader after all
             slots.resize(1);
             break;
         }
         ValidityRules own = rules;
         if (own.maskBandsOf) own.maskBandsOf = handle->GetGDALDataset();
-        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, own, figures));
+        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, own, figures, options.held));
     }
     return slots;
 }

@@ -3,6 +3,7 @@
 // of the class raster.
 #pragma once
 
+#include "HeldInput.h"
 #include "PassReport.h"
 #include "Progress.h"
 #include "Validity.h"
@@ -54,6 +55,7 @@ struct ResultPassOptions {
     bool plainRules = true;  // LabelCenters::plainRules
     bool classStatistics = false;
     WorkerPool* pool = nullptr;  // threads the rows of a window are shared out to; null: none
+    const HeldInput* held = nullptr;  // the input in memory, read instead of the input's file; null: the file
 };
 
 // Labels the whole source into band 1 of result, row by row. report, when

@@ -2,7 +2,10 @@
 // for the working raster's pixel type.
 //
 //  1. Open the input; write a reduced Float32 copy of it beside the input
-//     ("<input>tem.tif"), resampled by GDAL while reading.
+//     ("<input>tem.tif"), resampled by GDAL while reading, or in memory when
+//     the budget allows. Without the plain rules, an input that fits the
+//     budget beside that copy is read whole into memory once: the copy is
+//     picked from it and the result pass labels from it.
 //  2. With a validity mask, write the working copy's mask beside it; a mask
 //     that leaves no pixel ends the run before anything else is made.
 //  3. Create the full-size ENVI class raster, georeferenced like the input.
@@ -15,6 +18,7 @@
 
 #include "ClassMetadata.h"
 #include "FileNames.h"
+#include "HeldInput.h"
 #include "ProgressBridge.h"
 #include "RunValidity.h"
 #include "WorkingCopy.h"
@@ -30,6 +34,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace isodata {
@@ -118,10 +123,21 @@ void CopyRpcSideFile(const EngineInputs& files) {
         DatasetFactory::CopyRPCFile(files.input, result);
 }
 
+// The whole input in memory, when the budget holds it beside the working
+// copy and the working copy comes from the full-resolution pixels (without
+// the plain rules): then the working copy is picked from it and the result
+// pass labels from it, and the input is read once. Null otherwise.
+std::unique_ptr<HeldInput> HoldInput(const EngineInputs& files, const stIsodataRunOptions& options) {
+    const std::int64_t working = WorkingCopyBytes(files.width, files.height, files.input->GetBandCount());
+    if (options.plainRules || !isodata::WorkingCopyInMemory(working, options.memoryBytes)) return nullptr;
+    return HeldInput::Read(files.input->GetGDALDataset(), options.memoryBytes - working, files.pool);
+}
+
 // The working copy held in memory, band after band, when the budget allows:
-// the same pixels as the file, written by the same code, read by every pass
-// without a file in between. Null when it does not fit or cannot be had.
-_ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_t budget) {
+// the same pixels as the file, written by the same code (picked from held
+// when the input is held), read by every pass without a file in between.
+// Null when it does not fit or cannot be had.
+_ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_t budget, const HeldInput* held) {
     const std::int64_t bytes = WorkingCopyBytes(files.width, files.height, files.input->GetBandCount());
     if (!isodata::WorkingCopyInMemory(bytes, budget)) return _ptr_t<RasterDataset>();
     GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
@@ -130,8 +146,11 @@ _ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_
                                : nullptr;
     if (!copy) return _ptr_t<RasterDataset>();
     _ptr_t<RasterDataset> working(new RasterDataset(copy, QString()));
-    WriteWorkingCopy(files.input->GetGDALDataset(), copy, files.width, files.height, kHeapReadBytes, files.pool,
-                     files.resultPass.plainRules);
+    if (held)
+        WriteWorkingCopy(*held, copy, files.width, files.height, files.pool);
+    else
+        WriteWorkingCopy(files.input->GetGDALDataset(), copy, files.width, files.height, kHeapReadBytes, files.pool,
+                         files.resultPass.plainRules);
     return working;
 }
 
@@ -160,8 +179,10 @@ RunResult Cluster(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const RunVa
     files.width = ReducedSize(x, factor);
     files.height = ReducedSize(y, factor);
 
+    const std::unique_ptr<HeldInput> held = HoldInput(files, options);
+    files.resultPass.held = held.get();
     WorkingFileGuard guard;
-    files.working = WorkingCopyInMemory(files, options.memoryBytes);
+    files.working = WorkingCopyInMemory(files, options.memoryBytes, held.get());
     if (!files.working) {
         files.working = WorkingCopyOnDisk(files, guard);
         if (!files.working) return RunResult::WorkingCopyFailed;  // not made, or not readable once written
@@ -182,6 +203,7 @@ RunResult Cluster(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const RunVa
     CopyRpcSideFile(files);
     files.working.reset();
     files.workingMask.reset();
+    files.resultPass.held = nullptr;
     return outcome;
 }
 
