@@ -19,7 +19,8 @@
 // worker threads the next windows are read on threads of their own while
 // this one is labelled, each through a handle of its own on the input when
 // no validity mask needs reading too (one reader otherwise); with one thread
-// each window is read on the calling thread when its turn comes.
+// or one reader each window is read on the calling thread when its turn
+// comes.
 #include "ResultRaster.h"
 
 #include "LabelRow.h"
@@ -261,17 +262,21 @@ void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>
     const double step = 100.0 / height;
     double done = 0.0;
     const std::vector<WindowPlace> places = Windows(shape, width, height);
-    const bool threads = options.pool && options.pool->Threads() > 1;
-    ReadAhead ahead(Slots(source, bandIndices, shape, options, report != nullptr), places,
-                    threads ? std::launch::async : std::launch::deferred);
+    // A single reader reads on the calling thread: a hand-off to another
+    // thread would only wait for it.
+    std::vector<std::unique_ptr<WindowSlot>> slots = Slots(source, bandIndices, shape, options, report != nullptr);
+    const bool readAhead = options.pool && options.pool->Threads() > 1 && slots.size() > 1;
+    ReadAhead ahead(std::move(slots), places, readAhead ? std::launch::async : std::launch::deferred);
+    // The rows' band pointers and labels of every piece, had once for the pass.
+    const std::size_t most = PiecesFor(options.pool);
+    std::vector<std::vector<const float*>> pieceRows(most, std::vector<const float*>(bandIndices.size()));
+    std::vector<std::vector<std::int32_t>> pieceLabels(most, std::vector<std::int32_t>(static_cast<std::size_t>(shape.columns)));
     for (std::size_t i = 0; i < places.size(); ++i) {
         WindowSlot& window = ahead.Take(i);
-        const Pieces pieces(static_cast<std::size_t>(window.count), PiecesFor(options.pool));
+        const Pieces pieces(static_cast<std::size_t>(window.count), most);
         ForEachPiece(options.pool, pieces.count, [&](std::size_t p) {
-            std::vector<const float*> rows(bandIndices.size());
-            std::vector<std::int32_t> labels(static_cast<std::size_t>(window.columns));
             for (std::size_t r = pieces.Begin(p); r < pieces.Begin(p + 1); ++r)
-                labelling.Row(window, static_cast<int>(r), rows, labels);
+                labelling.Row(window, static_cast<int>(r), pieceRows[p], pieceLabels[p]);
         });
         for (int r = 0; r < window.count; ++r) {
             Accumulate(tally, rowTally[static_cast<std::size_t>(r)]);
