@@ -35,6 +35,7 @@
 #include <cmath>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace isodata {
@@ -135,9 +136,11 @@ std::unique_ptr<HeldInput> HoldInput(const EngineInputs& files, const stIsodataR
 
 // The working copy held in memory, band after band, when the budget allows:
 // the same pixels as the file, written by the same code (picked from held
-// when the input is held), read by every pass without a file in between.
-// Null when it does not fit or cannot be had.
-_ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_t budget, const HeldInput* held) {
+// when the input is held), read by every pass without a file in between,
+// straight from its bands (planes receives them). Null when it does not fit
+// or cannot be had.
+_ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_t budget, const HeldInput* held,
+                                          std::vector<const float*>& planes) {
     const std::int64_t bytes = WorkingCopyBytes(files.width, files.height, files.input->GetBandCount());
     if (!isodata::WorkingCopyInMemory(bytes, budget)) return _ptr_t<RasterDataset>();
     GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
@@ -146,6 +149,10 @@ _ptr_t<RasterDataset> WorkingCopyInMemory(const EngineInputs& files, std::int64_
                                : nullptr;
     if (!copy) return _ptr_t<RasterDataset>();
     _ptr_t<RasterDataset> working(new RasterDataset(copy, QString()));
+    // A MEM dataset made so holds each band as rows of width floats.
+    for (int b = 1; b <= copy->GetRasterCount(); ++b)
+        planes.push_back(static_cast<const float*>(copy->GetInternalHandle(("MEMORY" + std::to_string(b)).c_str())));
+    if (std::find(planes.begin(), planes.end(), nullptr) != planes.end()) planes.clear();
     if (held)
         WriteWorkingCopy(*held, copy, files.width, files.height, files.pool);
     else
@@ -182,7 +189,7 @@ RunResult Cluster(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const RunVa
     const std::unique_ptr<HeldInput> held = HoldInput(files, options);
     files.resultPass.held = held.get();
     WorkingFileGuard guard;
-    files.working = WorkingCopyInMemory(files, options.memoryBytes, held.get());
+    files.working = WorkingCopyInMemory(files, options.memoryBytes, held.get(), files.workingPlanes);
     if (!files.working) {
         files.working = WorkingCopyOnDisk(files, guard);
         if (!files.working) return RunResult::WorkingCopyFailed;  // not made, or not readable once written
@@ -202,6 +209,7 @@ RunResult Cluster(KalAlgo::IKalAlgo& algorithm, EngineInputs& files, const RunVa
     const RunResult outcome = RunEngineForWorkingRaster(algorithm, files);
     CopyRpcSideFile(files);
     files.working.reset();
+    files.workingPlanes.clear();
     files.workingMask.reset();
     files.resultPass.held = nullptr;
     return outcome;
