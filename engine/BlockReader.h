@@ -71,13 +71,29 @@ public:
                 ReadBlock(g, slots_.BandMap()[slot], buffer);
                 continue;
             }
-            const T* from = (planes_.empty() ? rows_.data() + slot * Plane()
-                                             : planes_[static_cast<std::size_t>(slots_.BandMap()[slot] - 1)] +
-                                                   static_cast<std::size_t>(g.y0) * imageWidth_) +
-                            static_cast<std::size_t>(g.x0);
-            for (std::int32_t r = 0; r < g.h; ++r)
-                std::copy_n(from + static_cast<std::size_t>(r) * imageWidth_, g.w,
-                            buffer.data() + static_cast<std::size_t>(r) * blockWidth_);
+            CopyBlock(g, planes_.empty() ? rows_.data() + slot * Plane() : PlaneRow(slot, g.y0), buffer.data());
+        }
+    }
+
+    // Whether blocks can be read straight into buffers of the caller's, side
+    // by side: every band the list names is in memory and no mask is read.
+    bool Direct() const {
+        if (planes_.empty() || mask_) return false;
+        for (std::size_t i = 0; i < buffers_.size(); ++i)
+            if (slots_.SlotOf(i) == BandSlots::kMissing) return false;
+        return true;
+    }
+
+    // Block g, lying inside the image, of every band into out(i), a buffer
+    // laid out like the reader's own, holding what Read would leave there.
+    // Only when Direct(); touches nothing of the reader's, so blocks may be
+    // read on several threads at once.
+    template <class Out>
+    void ReadDirect(const BlockGeometry& g, Out&& out) const {
+        for (std::size_t i = 0; i < buffers_.size(); ++i) {
+            T* to = out(i);
+            if (g.partial) std::fill_n(to, buffers_[i].size(), T(0));
+            CopyBlock(g, PlaneRow(slots_.SlotOf(i), g.y0), to);
         }
     }
 
@@ -107,6 +123,18 @@ private:
                                       static_cast<int>(imageWidth_), g.h, GDT_Byte, 0, 0, nullptr) == CE_None;
         }
         return heldOk_;
+    }
+
+    // Row y of the slot's band in memory.
+    const T* PlaneRow(std::size_t slot, std::int32_t y) const {
+        return planes_[static_cast<std::size_t>(slots_.BandMap()[slot] - 1)] + static_cast<std::size_t>(y) * imageWidth_;
+    }
+
+    // Block g's rows from rows of the image's width starting at its top row.
+    void CopyBlock(const BlockGeometry& g, const T* rows, T* to) const {
+        const T* from = rows + static_cast<std::size_t>(g.x0);
+        for (std::int32_t r = 0; r < g.h; ++r)
+            std::copy_n(from + static_cast<std::size_t>(r) * imageWidth_, g.w, to + static_cast<std::size_t>(r) * blockWidth_);
     }
 
     bool ReadRows(const BlockGeometry& g) {
