@@ -3,9 +3,10 @@
 //
 //  1. Open the input; write a reduced Float32 copy of it beside the input
 //     ("<input>tem.tif"), resampled by GDAL while reading, or in memory when
-//     the budget allows. Without the plain rules, an input that fits the
-//     budget beside that copy is read whole into memory once: the copy is
-//     picked from it and the result pass labels from it.
+//     the budget allows. Without the plain rules and with several threads,
+//     an input that fits the budget beside that copy is read whole into
+//     memory once: the copy is picked from it and the result pass labels
+//     from it.
 //  2. With a validity mask, write the working copy's mask beside it; a mask
 //     that leaves no pixel ends the run before anything else is made.
 //  3. Create the full-size ENVI class raster, georeferenced like the input.
@@ -127,10 +128,17 @@ void CopyRpcSideFile(const EngineInputs& files) {
 // The whole input in memory, when the budget holds it beside the working
 // copy and the working copy comes from the full-resolution pixels (without
 // the plain rules): then the working copy is picked from it and the result
-// pass labels from it, and the input is read once. Null otherwise.
+// pass labels from it, and the input is read once. Null otherwise, and on
+// one thread: there, reading it whole up front costs about what the result
+// pass's own read does (GDAL de-interleaving every block either way) while
+// the working copy without it reads only the picked rows' blocks, so the
+// held copy would save no time and cost its memory. With more threads its
+// strips are read side by side and the result pass converts from memory.
 std::unique_ptr<HeldInput> HoldInput(const EngineInputs& files, const stIsodataRunOptions& options) {
     const std::int64_t working = WorkingCopyBytes(files.width, files.height, files.input->GetBandCount());
-    if (options.plainRules || !isodata::WorkingCopyInMemory(working, options.memoryBytes)) return nullptr;
+    if (options.plainRules || !isodata::WorkingCopyInMemory(working, options.memoryBytes) || !files.pool ||
+        files.pool->Threads() < 2)
+        return nullptr;
     return HeldInput::Read(files.input->GetGDALDataset(), options.memoryBytes - working, files.pool);
 }
 
