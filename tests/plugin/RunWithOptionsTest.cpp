@@ -272,8 +272,8 @@ TEST_F(RunWithOptionsTest, DeclaredNodataCanBeReplacedOrIgnored) {
 // with the copy on disk. Every rule excludes pixels here: the mask raster,
 // declared nodata (zeros beyond the mask's pattern) and, for the real types,
 // NaN, so that every reader of the passes works on its own handles. Without
-// the plain rules a budget that holds the input has it read once, into
-// memory, and the passes read from there.
+// the plain rules, several threads and a budget that holds the input have it
+// read once, into memory, and the passes read from there.
 TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
     for (const auto& [width, height] : {std::pair(96, 90), std::pair(333, 210)}) {
         const std::string input = this->dir.File("scene.tif");
