@@ -2,7 +2,8 @@
 # Times isodata on enlarged copies of the sample scene beside the read-all
 # floor (one multi-band read of every band, one Byte band written) and, when
 # GRASS is installed, GRASS's i.cluster + i.maxlik with 10 classes on the
-# same files; prints one table of medians.
+# same files; prints one table of medians, then how one run's stages split
+# their wall time with one thread and with every core.
 #
 #   bench/run.sh [size ...]      default sizes: 2000 8000 16000 (pixels a side)
 #   BENCH_LARGE=1 bench/run.sh   adds 32000 to the default sizes (6 GB file)
@@ -81,7 +82,27 @@ grass_location() {
      i.group group=g subgroup=g input=\$(g.list type=raster pattern='b.*' separator=comma) --quiet" >/dev/null 2>&1
 }
 
+# Wall seconds of each stage of one run, from its progress lines: a stage
+# lasts from its first line to the next stage's first line (the first from
+# the start, so it includes starting up), and the stages of the iterations
+# are summed over them. Prints "<seconds>|<stage>" in the order the stages
+# began.
+stage_times() {
+  local since=$EPOCHREALTIME stage="" line now
+  "$@" 2>&1 >/dev/null | sed -u 's/^progress [0-9.]* //; s/^iteration [0-9]*: //' | {
+    while IFS= read -r line; do
+      [ "$line" = "$stage" ] && continue
+      now=$EPOCHREALTIME
+      [ -z "$stage" ] || awk -v a="$since" -v b="$now" -v s="$stage" 'BEGIN { printf "%.3f|%s\n", b - a, s }'
+      stage=$line since=$now
+    done
+    now=$EPOCHREALTIME
+    [ -z "$stage" ] || awk -v a="$since" -v b="$now" -v s="$stage" 'BEGIN { printf "%.3f|%s\n", b - a, s }'
+  } | awk -F'|' '!($2 in t) { order[++n] = $2 } { t[$2] += $1 } END { for (i = 1; i <= n; i++) printf "%.3f|%s\n", t[order[i]], order[i] }'
+}
+
 rows=()
+stage_tables=()
 for size in "${sizes[@]}"; do
   input="$work/L7_${size}.tif"
   if [ ! -s "$input" ]; then
@@ -117,24 +138,46 @@ for size in "${sizes[@]}"; do
     fi
   done
 
+  # One more run each, untimed, for how its stages split: one thread and
+  # every core, both with the default memory budget.
+  stage_times "$build/bin/isodata" -overwrite -progress-format machine -threads 1 "${params[@]}" "$input" \
+    "$work/classes_$size" >"$work/stages_one_$size.txt"
+  stage_times "$build/bin/isodata" -overwrite -progress-format machine "${params[@]}" "$input" \
+    "$work/classes_$size" >"$work/stages_all_$size.txt"
+  stage_tables+=("$(awk -F'|' -v size="${size}x${size}" '
+      NR == FNR { one[$2] = $1; next }
+      { order[++n] = $2; all[$2] = $1; s1 += one[$2]; sa += $1 }
+      END {
+        printf "%s          | 1 thread | all cores | all/1\n", size
+        for (i = 1; i <= n; i++) {
+          k = order[i]
+          printf "  %-40s | %8.3f | %9.3f | %5s\n", k, one[k], all[k], (one[k] > 0 ? sprintf("%.2f", all[k] / one[k]) : "-")
+        }
+        printf "  %-40s | %8.3f | %9.3f | %5.2f\n", "whole run", s1, sa, (s1 > 0 ? sa / s1 : 0)
+      }' "$work/stages_one_$size.txt" "$work/stages_all_$size.txt")")
+
   rw=$(median "${run_wall[@]}") fw=$(median "${floor_wall[@]}")
   gw=- gp=- speedup=-
   if [ -n "$grass" ]; then
     gw=$(median "${grass_wall[@]}") gp=$(median "${grass_peak[@]}") speedup=$(ratio "$gw" "$rw")
   fi
   ow=$(median "${one_wall[@]}") mw=$(median "${mem_wall[@]}")
-  rows+=("$(printf '| %-11s | %7s %4s | %7s %5s | %7s %5s | %6s | %6s | %9s | %7s %5s | %7s |' "${size}x${size}" \
+  rows+=("$(printf '| %-11s | %7s %4s | %7s %5s | %7s %5s | %6s | %6s | %6s | %9s | %7s %5s | %7s |' "${size}x${size}" \
     "$ow" "$(median "${one_peak[@]}")" "$mw" "$(median "${mem_peak[@]}")" "$rw" "$(median "${run_peak[@]}")" \
-    "$(ratio "$rw" "$ow")" "$fw" "$(ratio "$rw" "$fw")" "$gw" "$gp" "$speedup")")
+    "$(ratio "$rw" "$ow")" "$(ratio "$rw" "$mw")" "$fw" "$(ratio "$rw" "$fw")" "$gw" "$gp" "$speedup")")
 done
 
 echo
 echo "$(nproc) cores, $(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1); $(gdalinfo --version)"
 echo "medians of $repeats alternating runs; times in seconds, memory as peak resident MB"
 echo
-printf '| %-11s | %12s | %13s | %13s | %6s | %6s | %9s | %13s | %7s |\n' workload "1 thr, disk" \
-  "1 thr, memory" "all cores" "all/1d" "floor" "all/floor" "GRASS" "speed-up"
-echo "|-------------|--------------|---------------|---------------|--------|--------|-----------|---------------|---------|"
+printf '| %-11s | %12s | %13s | %13s | %6s | %6s | %6s | %9s | %13s | %7s |\n' workload "1 thr, disk" \
+  "1 thr, memory" "all cores" "all/1d" "all/1m" "floor" "all/floor" "GRASS" "speed-up"
+echo "|-------------|--------------|---------------|---------------|--------|--------|--------|-----------|---------------|---------|"
 printf '%s\n' "${rows[@]}"
 echo
-echo "each run column: wall seconds and peak resident MB; all/1d: all cores over one thread on disk"
+echo "each run column: wall seconds and peak resident MB; all/1d: all cores over one thread on disk;"
+echo "all/1m: all cores over one thread, both with the default memory budget"
+echo
+echo "stage wall seconds of one more run each (stages of the iterations summed; the first includes start-up):"
+printf '%s\n' "${stage_tables[@]}"

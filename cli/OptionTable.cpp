@@ -152,7 +152,8 @@ std::vector<OptionRow> Rows() {
         Row({"-mem"}, &O::memoryMB, "<MB>").Python("mem").Default(-1).Automatic().Expects("a number of megabytes")
             .AtLeast(0, "0 keeps the working copy on disk").Ask(F::Memory)
             .Help("Megabytes the working copy may take in memory instead of a file in the run folder "
-                  "(0 keeps it on disk). The run needs about 60 MB beside it.")
+                  "(0 keeps it on disk); with more than one thread, a GeoTIFF input that fits beside it "
+                  "is then read only once, into memory, unless -plain. The run needs about 60 MB beside them.")
             .ByDefault("a quarter of the physical memory")
             .Json("mem"),
         Row({"-of"}, &O::format, "<format>").Python("format").NewUsageLine().Default(DefaultFormatName()).Ask(F::Format)

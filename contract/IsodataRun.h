@@ -70,6 +70,12 @@ struct ISODATA_RECORD_API stIsodataRunOptions {
     std::int32_t threads = 1;
     // Bytes the working copy may take in memory instead of a file beside the
     // input; 0 keeps it on disk. A copy that does not fit stays on disk.
+    // Without the plain rules and with more than one thread, an input (a
+    // GeoTIFF, not JPEG-compressed, bands of one type) that fits beside the
+    // copy (up to 512 MB) is read into memory once,
+    // in its own type: the copy is picked from it and the labelling reads it
+    // from there, so the input is read a single time. The result is the
+    // same either way.
     std::int64_t memoryBytes = 0;
 };
 

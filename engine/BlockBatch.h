@@ -5,6 +5,7 @@
 #pragma once
 
 #include "BlockReader.h"
+#include "WorkerPool.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -31,11 +32,22 @@ public:
     std::uint32_t Capacity() const { return capacity_; }
 
     // Reads count blocks from first on; geometry(b) gives block b's place.
+    // Bands in memory are copied straight into the batch, blocks shared out
+    // to pool's threads; otherwise the reader reads each block in turn and
+    // it is copied from there.
     template <class Geometry>
-    void Load(BlockReader<T>& reader, std::uint32_t first, std::uint32_t count, Geometry&& geometry) {
+    void Load(BlockReader<T>& reader, std::uint32_t first, std::uint32_t count, Geometry&& geometry,
+              WorkerPool* pool = nullptr) {
         first_ = first;
         count_ = count;
         hasValid_ = false;
+        if (reader.Direct()) {
+            ForEachPiece(pool, count, [&](std::size_t j) {
+                reader.ReadDirect(geometry(first + static_cast<std::uint32_t>(j)),
+                                  [&](std::size_t i) { return Plane(static_cast<std::uint32_t>(j), i); });
+            });
+            return;
+        }
         for (std::uint32_t j = 0; j < count; ++j) {
             reader.Read(geometry(first + j));
             for (std::size_t i = 0; i < bands_; ++i) std::copy_n(reader.Band(i), pixels_, Plane(j, i));

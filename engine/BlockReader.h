@@ -13,6 +13,10 @@
 // the block cache holds. If that read fails, the blocks of the row are read
 // band by band as a block each, which is what they would hold without it.
 //
+// A working copy held in memory hands the reader its bands whole (planes,
+// one per dataset band, rows of the image's width): the blocks are then
+// copied from there, without a read into held rows in between.
+//
 // With a validity mask (a Byte raster of the image's size, 0 = excluded) the
 // reader holds the mask rows of the block row too and hands out the block's
 // valid flags beside its values, laid out like them; outside a partial
@@ -39,14 +43,18 @@ struct BlockGeometry {
 template <class T>
 class BlockReader {
 public:
+    // planes, when not empty, holds the dataset's bands in memory, band n at
+    // planes[n - 1].
     BlockReader(GDALDataset* dataset, const std::vector<std::uint32_t>& bandIndices, std::int32_t blockWidth,
-                std::int32_t blockHeight, GDALDataset* mask = nullptr)
+                std::int32_t blockHeight, GDALDataset* mask = nullptr, const std::vector<const T*>& planes = {})
         : dataset_(dataset),
+          planes_(planes),
           mask_(mask && mask->GetRasterCount() >= 1 ? mask->GetRasterBand(1) : nullptr),
           slots_(dataset ? dataset->GetRasterCount() : 0, bandIndices),
           blockWidth_(blockWidth),
           blockHeight_(blockHeight),
           imageWidth_(dataset ? dataset->GetRasterXSize() : 0),
+          imageHeight_(dataset ? dataset->GetRasterYSize() : 0),
           buffers_(bandIndices.size(),
                    std::vector<T>(static_cast<std::size_t>(blockWidth) * static_cast<std::size_t>(blockHeight))),
           valid_(mask_ ? static_cast<std::size_t>(blockWidth) * static_cast<std::size_t>(blockHeight) : 0) {}
@@ -63,10 +71,29 @@ public:
                 ReadBlock(g, slots_.BandMap()[slot], buffer);
                 continue;
             }
-            const T* from = rows_.data() + slot * Plane() + static_cast<std::size_t>(g.x0);
-            for (std::int32_t r = 0; r < g.h; ++r)
-                std::copy_n(from + static_cast<std::size_t>(r) * imageWidth_, g.w,
-                            buffer.data() + static_cast<std::size_t>(r) * blockWidth_);
+            CopyBlock(g, planes_.empty() ? rows_.data() + slot * Plane() : PlaneRow(slot, g.y0), buffer.data());
+        }
+    }
+
+    // Whether blocks can be read straight into buffers of the caller's, side
+    // by side: every band the list names is in memory and no mask is read.
+    bool Direct() const {
+        if (planes_.empty() || mask_) return false;
+        for (std::size_t i = 0; i < buffers_.size(); ++i)
+            if (slots_.SlotOf(i) == BandSlots::kMissing) return false;
+        return true;
+    }
+
+    // Block g, lying inside the image, of every band into out(i), a buffer
+    // laid out like the reader's own, holding what Read would leave there.
+    // Only when Direct(); touches nothing of the reader's, so blocks may be
+    // read on several threads at once.
+    template <class Out>
+    void ReadDirect(const BlockGeometry& g, Out&& out) const {
+        for (std::size_t i = 0; i < buffers_.size(); ++i) {
+            T* to = out(i);
+            if (g.partial) std::fill_n(to, buffers_[i].size(), T(0));
+            CopyBlock(g, PlaneRow(slots_.SlotOf(i), g.y0), to);
         }
     }
 
@@ -89,18 +116,34 @@ private:
         heldRows_ = g.h;
         heldOk_ = false;
         if (slots_.Count() == 0) return heldOk_;
-        rows_.resize(slots_.Count() * Plane());
-        const GSpacing line = static_cast<GSpacing>(sizeof(T)) * static_cast<GSpacing>(imageWidth_);
-        heldOk_ = dataset_->RasterIO(GF_Read, 0, g.y0, static_cast<int>(imageWidth_), g.h, rows_.data(),
-                                     static_cast<int>(imageWidth_), g.h, PixelTraits<T>::gdalType,
-                                     static_cast<int>(slots_.Count()), slots_.BandMap().data(), sizeof(T), line,
-                                     line * blockHeight_, nullptr) == CE_None;
+        heldOk_ = planes_.empty() ? ReadRows(g) : g.y0 >= 0 && g.y0 + g.h <= imageHeight_;
         if (heldOk_ && mask_) {
             maskRows_.resize(Plane());
             heldOk_ = mask_->RasterIO(GF_Read, 0, g.y0, static_cast<int>(imageWidth_), g.h, maskRows_.data(),
                                       static_cast<int>(imageWidth_), g.h, GDT_Byte, 0, 0, nullptr) == CE_None;
         }
         return heldOk_;
+    }
+
+    // Row y of the slot's band in memory.
+    const T* PlaneRow(std::size_t slot, std::int32_t y) const {
+        return planes_[static_cast<std::size_t>(slots_.BandMap()[slot] - 1)] + static_cast<std::size_t>(y) * imageWidth_;
+    }
+
+    // Block g's rows from rows of the image's width starting at its top row.
+    void CopyBlock(const BlockGeometry& g, const T* rows, T* to) const {
+        const T* from = rows + static_cast<std::size_t>(g.x0);
+        for (std::int32_t r = 0; r < g.h; ++r)
+            std::copy_n(from + static_cast<std::size_t>(r) * imageWidth_, g.w, to + static_cast<std::size_t>(r) * blockWidth_);
+    }
+
+    bool ReadRows(const BlockGeometry& g) {
+        rows_.resize(slots_.Count() * Plane());
+        const GSpacing line = static_cast<GSpacing>(sizeof(T)) * static_cast<GSpacing>(imageWidth_);
+        return dataset_->RasterIO(GF_Read, 0, g.y0, static_cast<int>(imageWidth_), g.h, rows_.data(),
+                                  static_cast<int>(imageWidth_), g.h, PixelTraits<T>::gdalType,
+                                  static_cast<int>(slots_.Count()), slots_.BandMap().data(), sizeof(T), line,
+                                  line * blockHeight_, nullptr) == CE_None;
     }
 
     // The block's flags from the held mask rows, or read on their own.
@@ -128,10 +171,12 @@ private:
     }
 
     GDALDataset* dataset_;
+    std::vector<const T*> planes_;  // the bands in memory; empty: read through dataset_
     GDALRasterBand* mask_;
     BandSlots slots_;
     std::int32_t blockWidth_, blockHeight_;
     std::size_t imageWidth_;
+    std::int32_t imageHeight_;
     std::vector<std::vector<T>> buffers_;
     std::vector<std::uint8_t> valid_;
     std::vector<T> rows_;  // [slot][row][column] of the held block row

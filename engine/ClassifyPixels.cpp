@@ -115,7 +115,7 @@ bool IsodataEngine<T>::ClassifyPixels(const StageProgress& stage) {
     progress.Start();
     RunningSums running(distanceSums, memberSums, bands);
     for (std::uint32_t first = 0; first < blockCount; first += batch.Capacity()) {
-        batch.Load(reader, first, std::min(batch.Capacity(), blockCount - first), [this](std::uint32_t b) { return Block(b); });
+        batch.Load(reader, first, std::min(batch.Capacity(), blockCount - first), [this](std::uint32_t b) { return Block(b); }, pool);
         // With no cluster left there is nothing to assign, count or record.
         const auto rowsOf = [&](std::uint32_t b) { return clusters > 0 && b < blockPixelHeights.size() ? blockPixelHeights[b] : 0u; };
         ForEachPiece(pool, batch.Count(), [&](std::size_t j) {

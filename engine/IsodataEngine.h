@@ -32,6 +32,7 @@ struct EngineInputs {
     stInfoClassificationISO record;
     KalUtility::_ptr_t<KalDataSource::RasterDataset> input;    // full size
     KalUtility::_ptr_t<KalDataSource::RasterDataset> working;  // reduced copy
+    std::vector<const float*> workingPlanes;                   // its bands when held in memory, whole; else empty
     int width = 0, height = 0;                                 // reduced size
     KalUtility::_ptr_t<KalDataSource::RasterDataset> workingMask;  // Byte, reduced size, 0 = excluded; null: none
     std::int64_t workingValidPixels = 0;                       // pixels the working mask leaves in
@@ -50,6 +51,7 @@ struct EngineState {
     std::int32_t bandCount = 0;                      // B
     std::vector<std::uint32_t> bandIndices;          // 0-based dataset bands
     KalUtility::_ptr_t<KalDataSource::RasterDataset> inputDataset;   // reduced working raster
+    std::vector<const float*> workingPlanes;  // its bands, whole, when it is held in memory as floats; else empty
     KalUtility::_ptr_t<KalDataSource::RasterDataset> sourceDataset;  // full-size input
     // The working copy's validity mask, or null when every pixel takes part,
     // and the pixel count the overall mean distance is taken over: the valid

@@ -32,7 +32,7 @@ void IsodataEngine<T>::VisitClusterMembers(const StageProgress& stage, Visit&& v
     BlockBatch<T> batch(bandIndices.size(), blockWidth, blockHeight, 0, blockCount);
     std::vector<std::vector<std::uint32_t>> members(clusters);
     for (std::uint32_t first = 0; first < blockCount; first += batch.Capacity()) {
-        batch.Load(reader, first, std::min(batch.Capacity(), blockCount - first), [this](std::uint32_t b) { return Block(b); });
+        batch.Load(reader, first, std::min(batch.Capacity(), blockCount - first), [this](std::uint32_t b) { return Block(b); }, pool);
         ForEachPiece(pool, clusters, [&](std::size_t c) {
             for (std::uint32_t j = 0; j < batch.Count(); ++j) {
                 classFiles.ReadNext(c, blockClassCounts[first + j][c], members[c]);

@@ -12,6 +12,7 @@
 #include "IsodataEngine.h"
 
 #include <cmath>
+#include <type_traits>
 
 namespace isodata {
 
@@ -49,6 +50,7 @@ bool IsodataEngine<T>::Setup(const EngineInputs& inputs, std::int32_t pixelTypeC
     pixelType = pixelTypeCode;
     sourceDataset = inputs.input;
     inputDataset = inputs.working;
+    workingPlanes = inputs.workingPlanes;
     inputPath = record.inputPath;
     resultPath = record.resultPath;
     width = inputs.width;
@@ -118,8 +120,10 @@ BlockGeometry IsodataEngine<T>::Block(std::uint32_t b) const {
 
 template <class T>
 BlockReader<T> IsodataEngine<T>::MakeBlockReader(bool withValidity) const {
+    std::vector<const T*> planes;
+    if constexpr (std::is_same_v<T, float>) planes = workingPlanes;
     return BlockReader<T>(inputDataset ? inputDataset->GetGDALDataset() : nullptr, bandIndices, blockWidth,
-                          blockHeight, withValidity && workingMask ? workingMask->GetGDALDataset() : nullptr);
+                          blockHeight, withValidity && workingMask ? workingMask->GetGDALDataset() : nullptr, planes);
 }
 
 template <class T>

@@ -18,6 +18,7 @@ public:
 
     // Band numbers to read, first mention first; GDAL's band-map type.
     std::vector<int>& BandMap() { return bandMap_; }
+    const std::vector<int>& BandMap() const { return bandMap_; }
     std::size_t Count() const { return bandMap_.size(); }
     // Place in the read of the list's entry-th band, or kMissing.
     std::size_t SlotOf(std::size_t entry) const { return slotOf_[entry]; }

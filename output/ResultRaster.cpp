@@ -19,7 +19,8 @@
 // worker threads the next windows are read on threads of their own while
 // this one is labelled, each through a handle of its own on the input when
 // no validity mask needs reading too (one reader otherwise); with one thread
-// each window is read on the calling thread when its turn comes.
+// or one reader each window is read on the calling thread when its turn
+// comes.
 #include "ResultRaster.h"
 
 #include "LabelRow.h"
@@ -72,13 +73,17 @@ std::int32_t LabelPixel(const float* const* rowBuffers, std::size_t x, const Lab
 
 namespace {
 
-// One window of the input as read, through the handle it holds.
+// One window of the input as read, through the handle it holds, or its
+// values from a view of its own of the input held in memory.
 struct WindowSlot {
     // figures: the caller counts non-finite pixels the rules leave in.
     WindowSlot(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& input,
                const std::vector<std::uint32_t>& bandIndices, WindowShape shape, const ValidityRules& rules,
-               bool figures)
-        : source(input), reader(source->GetGDALDataset(), bandIndices, shape.rows, shape.columns, rules, figures) {}
+               bool figures, const HeldInput* held)
+        : source(input),
+          view(held ? held->View() : nullptr),
+          reader(view ? view.get() : source->GetGDALDataset(), bandIndices, shape.rows, shape.columns, rules,
+                 figures) {}
 
     void Load(int left, int top, int width, int rows) {
         x0 = left, columns = width, count = rows;
@@ -86,6 +91,7 @@ struct WindowSlot {
     }
 
     KalUtility::_ptr_t<KalDataSource::RasterDataset> source;
+    GDALDatasetUniquePtr view;
     WindowReader reader;
     int x0 = 0, columns = 0, count = 0;
 };
@@ -106,7 +112,10 @@ constexpr std::size_t kReadAheadBytes = 2 * kWindowBytes;
 // load side by side, so each slot but the first reads through a handle of
 // its own, its mask bands too; the first uses the input's own. Mask bands of
 // another dataset (a virtual copy with other nodata values) or a mask raster
-// keep to one reader, and so does an input whose handles share a file.
+// keep to one reader, and so does an input whose handles share a file. With
+// the input held in memory every slot reads its values from a view of its
+// own, and a file handle of its own is opened only for the mask bands the
+// rules read.
 std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataSource::RasterDataset>& source,
                                                const std::vector<std::uint32_t>& bandIndices, WindowShape shape,
                                                const ResultPassOptions& options, bool figures) {
@@ -118,17 +127,19 @@ std::vector<std::unique_ptr<WindowSlot>> Slots(const KalUtility::_ptr_t<KalDataS
     const int fit = static_cast<int>(std::clamp<std::size_t>(kReadAheadBytes / windowBytes, 1, kMostReaders));
     const int readers = ownMasks && !HandlesShareFiles(source->GetGDALDataset()) ? std::min(threads, fit) : 1;
     std::vector<std::unique_ptr<WindowSlot>> slots;
-    slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules, figures));
+    slots.push_back(std::make_unique<WindowSlot>(source, bandIndices, shape, rules, figures, options.held));
     for (int i = 1; i < readers; ++i) {
-        const auto handle = KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(source->GetPath(),
-                                                                                       KalDataSource::OpenReadOnly);
+        const auto handle = options.held && !rules.maskBandsOf
+                                ? source
+                                : KalDataSource::DatasetFactory::Instance()->OpenRasterDataset(
+                                      source->GetPath(), KalDataSource::OpenReadOnly);
         if (!handle) {  // no other handle: one reader after all
             slots.resize(1);
             break;
         }
         ValidityRules own = rules;
         if (own.maskBandsOf) own.maskBandsOf = handle->GetGDALDataset();
-        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, own, figures));
+        slots.push_back(std::make_unique<WindowSlot>(handle, bandIndices, shape, own, figures, options.held));
     }
     return slots;
 }
@@ -266,17 +277,21 @@ void GenerateResultRaster(const KalUtility::_ptr_t<KalDataSource::RasterDataset>
     const double step = 100.0 / height;
     double done = 0.0;
     const std::vector<WindowPlace> places = Windows(shape, width, height);
-    const bool threads = options.pool && options.pool->Threads() > 1;
-    ReadAhead ahead(Slots(source, bandIndices, shape, options, report != nullptr), places,
-                    threads ? std::launch::async : std::launch::deferred);
+    // A single reader reads on the calling thread: a hand-off to another
+    // thread would only wait for it.
+    std::vector<std::unique_ptr<WindowSlot>> slots = Slots(source, bandIndices, shape, options, report != nullptr);
+    const bool readAhead = options.pool && options.pool->Threads() > 1 && slots.size() > 1;
+    ReadAhead ahead(std::move(slots), places, readAhead ? std::launch::async : std::launch::deferred);
+    // The rows' band pointers and labels of every piece, had once for the pass.
+    const std::size_t most = PiecesFor(options.pool);
+    std::vector<std::vector<const float*>> pieceRows(most, std::vector<const float*>(bandIndices.size()));
+    std::vector<std::vector<std::int32_t>> pieceLabels(most, std::vector<std::int32_t>(static_cast<std::size_t>(shape.columns)));
     for (std::size_t i = 0; i < places.size(); ++i) {
         WindowSlot& window = ahead.Take(i);
-        const Pieces pieces(static_cast<std::size_t>(window.count), PiecesFor(options.pool));
+        const Pieces pieces(static_cast<std::size_t>(window.count), most);
         ForEachPiece(options.pool, pieces.count, [&](std::size_t p) {
-            std::vector<const float*> rows(bandIndices.size());
-            std::vector<std::int32_t> labels(static_cast<std::size_t>(window.columns));
             for (std::size_t r = pieces.Begin(p); r < pieces.Begin(p + 1); ++r)
-                labelling.Row(window, static_cast<int>(r), rows, labels);
+                labelling.Row(window, static_cast<int>(r), pieceRows[p], pieceLabels[p]);
         });
         for (int r = 0; r < window.count; ++r) {
             Accumulate(tally, rowTally[static_cast<std::size_t>(r)]);

@@ -3,6 +3,7 @@
 // of the class raster.
 #pragma once
 
+#include "HeldInput.h"
 #include "PassReport.h"
 #include "Progress.h"
 #include "Validity.h"
@@ -55,6 +56,7 @@ struct ResultPassOptions {
     bool classStatistics = false;
     bool classCovariance = false;  // with classStatistics: the bands' covariance too
     WorkerPool* pool = nullptr;  // threads the rows of a window are shared out to; null: none
+    const HeldInput* held = nullptr;  // the input in memory, read instead of the input's file; null: the file
 };
 
 // Labels the whole source into band 1 of result, row by row. report, when

@@ -16,6 +16,7 @@
 // buffers, down to a floor, and past that fewer lanes than threads read
 // side by side, so neither buffers nor handles grow with the thread count.
 // One thread is a round of one run, read on the calling thread.
+// An input held in memory is picked from there instead, without a read.
 // Inputs whose driver may pick other pixels, and any failed read, take
 // GDAL's whole-band read of every band instead, into a buffer whose resident
 // pages go back to the kernel as it fills (ReducedRead.h), so memory stays
@@ -30,6 +31,8 @@
 #include <gdal_priv.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -336,7 +339,51 @@ void CopyBandByBand(GDALDataset* input, GDALDataset* working, int width, int hei
     }
 }
 
+// Picks count values of size bytes, from[columns[i]] into to[i].
+template <class Word>
+void PickWords(const unsigned char* from, const std::vector<int>& columns, unsigned char* to) {
+    const Word* in = reinterpret_cast<const Word*>(from);
+    Word* out = reinterpret_cast<Word*>(to);
+    for (std::size_t i = 0; i < columns.size(); ++i) out[i] = in[columns[i]];
+}
+
+void Pick(const unsigned char* from, const std::vector<int>& columns, std::size_t size, unsigned char* to) {
+    switch (size) {
+    case 1: return PickWords<std::uint8_t>(from, columns, to);
+    case 2: return PickWords<std::uint16_t>(from, columns, to);
+    case 4: return PickWords<std::uint32_t>(from, columns, to);
+    case 8: return PickWords<std::uint64_t>(from, columns, to);
+    default:
+        for (std::size_t i = 0; i < columns.size(); ++i)
+            std::memcpy(to + i * size, from + static_cast<std::size_t>(columns[i]) * size, size);
+    }
+}
+
 } // namespace
+
+void WriteWorkingCopy(const HeldInput& held, GDALDataset* working, int width, int height, WorkerPool* pool) {
+    const int x = held.Width(), y = held.Height();
+    const std::vector<int> rows = NearestRows(0, y, y, height), columns = NearestColumns(0, x, x, width);
+    const std::size_t size = static_cast<std::size_t>(GDALGetDataTypeSizeBytes(held.Type()));
+    const std::size_t w = static_cast<std::size_t>(width);
+    std::vector<float> band(w * static_cast<std::size_t>(height));
+    const Pieces pieces(static_cast<std::size_t>(height), PiecesFor(pool));
+    std::vector<std::vector<unsigned char>> picked(pieces.count, std::vector<unsigned char>(w * size));
+    for (int b = 0; b < held.Bands() && b < working->GetRasterCount(); ++b) {
+        ForEachPiece(pool, pieces.count, [&](std::size_t p) {
+            for (std::size_t r = pieces.Begin(p); r < pieces.Begin(p + 1); ++r) {
+                const unsigned char* row = held.Band(b) + static_cast<std::size_t>(rows[r]) * static_cast<std::size_t>(x) * size;
+                Pick(row, columns, size, picked[p].data());
+                GDALCopyWords64(picked[p].data(), held.Type(), static_cast<int>(size), band.data() + r * w,
+                                GDT_Float32, sizeof(float), static_cast<GPtrDiff_t>(w));
+            }
+        });
+        // Write errors are not checked, as in the copies read from the input.
+        const CPLErr ignored = working->GetRasterBand(b + 1)->RasterIO(GF_Write, 0, 0, width, height, band.data(),
+                                                                       width, height, GDT_Float32, 0, 0, nullptr);
+        (void)ignored;
+    }
+}
 
 WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
                                  std::size_t heapBytes, WorkerPool* pool, bool useOverviews,

@@ -1,6 +1,7 @@
 // The reduced Float32 copy of the input that the clustering runs on.
 #pragma once
 
+#include "HeldInput.h"
 #include "ReducedRead.h"
 #include "WorkerPool.h"
 
@@ -38,5 +39,12 @@ inline constexpr std::size_t kCopyBufferBytes = std::size_t{16} << 20;
 WorkingCopyRead WriteWorkingCopy(GDALDataset* input, GDALDataset* working, int width, int height,
                                  std::size_t heapBytes = kHeapReadBytes, WorkerPool* pool = nullptr,
                                  bool useOverviews = true, std::size_t bufferBytes = kCopyBufferBytes);
+
+// The same copy from the input held in memory: every band of held reduced to
+// width x height by the nearest-neighbour picks from its full-resolution
+// pixels (NearestRows, NearestColumns), converted to floats as GDAL converts
+// them, which is what the whole-band read of the input opened without its
+// overviews gives. With pool, rows are shared out to its threads.
+void WriteWorkingCopy(const HeldInput& held, GDALDataset* working, int width, int height, WorkerPool* pool = nullptr);
 
 } // namespace isodata

@@ -3,7 +3,10 @@
 //  1. The window of every chosen band is read as floats in one call; after a
 //     failure, band by band, so each band keeps what its own read leaves.
 //  2. Pixels where a value just read is NaN or an infinity are marked, row
-//     by row, when the rule or the caller asks for it.
+//     by row, when the rule or the caller asks for it. Bands of integer
+//     types give finite floats whatever they hold (and a band that fails to
+//     read keeps finite values), so without a floating-point band the marks
+//     stay the zeros they start as.
 //  3. With a rule in force, the window's mask bands and mask raster are read
 //     at full size (ValidityReader), nodata masks of bands whose values
 //     floats hold exactly compared on the values just read; the non-finite
@@ -27,12 +30,16 @@ WindowReader::WindowReader(GDALDataset* source, const std::vector<std::uint32_t>
       zeros_(static_cast<std::size_t>(columns), 0.0f),
       validity_(rules, bandIndices),
       excluded_(rules.Any() ? plane_ : 0),
-      nonFinite_(rules.nonFinite || flagNonFinite ? plane_ : 0) {}
+      nonFinite_(rules.nonFinite || flagNonFinite ? plane_ : 0) {
+    for (std::size_t s = 0; s < slots_.Count(); ++s)
+        if (GDALDataTypeIsFloating(source->GetRasterBand(slots_.BandMap()[s])->GetRasterDataType()))
+            floating_ = true;
+}
 
 void WindowReader::Read(int x0, int y0, int columns, int rows) {
     columns_ = static_cast<std::size_t>(columns);
     ReadValues(x0, y0, columns, rows);
-    if (!nonFinite_.empty()) MarkNonFiniteValues(rows);
+    if (!nonFinite_.empty() && floating_) MarkNonFiniteValues(rows);
     if (!excluded_.empty()) ReadExclusions(x0, y0, columns, rows);
 }
 
@@ -66,7 +73,7 @@ void WindowReader::ReadExclusions(int x0, int y0, int columns, int rows) {
     for (std::size_t k = 0; k < entries_; ++k) planes[k] = Row(k, 0);
     // A failed read has raised its GDAL error, which is the host's to judge.
     (void)validity_.ReadMasks(x0, y0, columns, rows, columns, rows, excluded_.data(), &planes);
-    if (!validity_.NonFinite()) return;
+    if (!validity_.NonFinite() || !floating_) return;
     const std::size_t n = static_cast<std::size_t>(rows) * columns_;
     for (std::size_t i = 0; i < n; ++i) excluded_[i] |= nonFinite_[i];
 }

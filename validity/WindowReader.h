@@ -54,6 +54,7 @@ private:
     ValidityReader validity_;
     std::vector<std::uint8_t> excluded_;   // empty without a rule
     std::vector<std::uint8_t> nonFinite_;  // empty when not asked for
+    bool floating_ = false;                // a chosen band can hold NaN or an infinity
 };
 
 } // namespace isodata

@@ -11,7 +11,8 @@
 //  4. Give the result the input's ground control points where the input is
 //     placed by them alone; convert to the asked-for format (read back and
 //     compared); let an ENVI header name the output, not the run folder.
-//  5. Open the result once: count its classes and draw the preview from the
+//  5. Open the result once: take its classes' names and colours, with the
+//     pixel counts the result pass reported, and draw the preview from the
 //     same dataset; write the model and the HTML report.
 #include "ChildRun.h"
 
@@ -141,7 +142,7 @@ RunReport Classify(const ChildTask& task, RunListener& listener, const GdalError
         out.previewPath.empty() ||
         WritePreview(*classes, RunFolder::FromInputDir(Part::Preview, FileNameOf(out.previewPath)), out.previewPath,
                      previewError);
-    if (!CountClasses(*classes, report, error)) return Failed("classification failed: " + error);
+    if (!CountClasses(*classes, run.report, report, error)) return Failed("classification failed: " + error);
     AddFigures(run.report, request, task.inputName, report);
     if (const Notice empty = EmptyResult(report); !empty.message.empty())
         return Ended(RunOutcome::ClassificationFailed, empty);

@@ -1,5 +1,7 @@
-// Counts the pixels of each class in strips of rows, so that a large result
-// needs little memory.
+// The classes of the class raster. The result pass has counted every
+// class's pixels as it labelled them; only a plug-in that reports no figures
+// has its raster read back and counted, in strips of rows, so that a large
+// result needs little memory.
 #include "ResultCount.h"
 
 #include <cpl_error.h>
@@ -30,9 +32,20 @@ bool CountValues(GDALRasterBand* band, std::array<std::int64_t, kValues>& counts
     return true;
 }
 
+// The pixels of each value as the result pass counted them: class k + 1 is
+// written as its low byte, and whatever no class holds is 0.
+void ValuesOfClasses(const stIsodataRunReport& plugin, std::int64_t pixels, std::array<std::int64_t, kValues>& counts) {
+    std::int64_t classified = 0;
+    for (std::size_t k = 0; k < plugin.classes.size(); ++k) {
+        counts[(k + 1) % kValues] += plugin.classes[k].pixels;
+        classified += plugin.classes[k].pixels;
+    }
+    counts[0] += pixels - classified;
+}
+
 } // namespace
 
-bool CountClasses(GDALDataset& ds, RunReport& summary, std::string& error) {
+bool CountClasses(GDALDataset& ds, const stIsodataRunReport& plugin, RunReport& summary, std::string& error) {
     summary.classes.clear();
     if (ds.GetRasterCount() < 1) {
         error = "the class raster has no band";
@@ -44,7 +57,9 @@ bool CountClasses(GDALDataset& ds, RunReport& summary, std::string& error) {
     (void)ds.GetGeoTransform(transform);
     GDALRasterBand* band = ds.GetRasterBand(1);
     std::array<std::int64_t, kValues> counts{};
-    if (!CountValues(band, counts)) {
+    if (plugin.resultCode >= 0)
+        ValuesOfClasses(plugin, static_cast<std::int64_t>(ds.GetRasterXSize()) * ds.GetRasterYSize(), counts);
+    else if (!CountValues(band, counts)) {
         error = std::string("cannot read the pixels of the class raster: ") + CPLGetLastErrorMsg();
         return false;
     }

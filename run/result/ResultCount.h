@@ -1,8 +1,11 @@
-// The classes of a written class raster, counted from its pixels rather
-// than taken from the plug-in, which reports no figures.
+// The classes of a written class raster: their names and colours from the
+// raster, their pixel counts from the result pass that labelled it, or from
+// the raster's pixels when the plug-in reports no figures.
 #pragma once
 
 #include "RunReport.h"
+
+#include <IsodataRun.h>
 
 #include <string>
 
@@ -10,9 +13,12 @@ class GDALDataset;
 
 namespace isodata_run {
 
-// Counts band 1 of an open class raster into report's size, classes and
-// unclassified pixels, with the category names and colours. False with
-// error set when it cannot be read.
-bool CountClasses(GDALDataset& result, RunReport& report, std::string& error);
+// Fills report's size, classes and unclassified pixels for an open class
+// raster, with the category names and colours of its band 1. The counts are
+// the plug-in's per-class pixels when it reported them (resultCode >= 0):
+// class k + 1 is written as its low byte, so that is the value it counts
+// under. Otherwise band 1 is read and counted. False with error set when it
+// cannot be read.
+bool CountClasses(GDALDataset& result, const stIsodataRunReport& plugin, RunReport& report, std::string& error);
 
 } // namespace isodata_run

@@ -191,7 +191,7 @@ protected:
 std::string ClassBits(const stIsodataRunReport& report) {
     std::string bits;
     for (const stIsodataClassReport& k : report.classes)
-        for (const std::vector<double>* v : {&k.centre, &k.mean, &k.stddev})
+        for (const std::vector<double>* v : {&k.centre, &k.mean, &k.stddev, &k.covariance})
             bits.append(reinterpret_cast<const char*>(v->data()), v->size() * sizeof(double));
     return bits;
 }
@@ -273,7 +273,9 @@ TEST_F(RunWithOptionsTest, DeclaredNodataCanBeReplacedOrIgnored) {
 // class raster, the figures and the progress reports are those of one thread
 // with the copy on disk. Every rule excludes pixels here: the mask raster,
 // declared nodata (zeros beyond the mask's pattern) and, for the real types,
-// NaN, so that every reader of the passes works on its own handles.
+// NaN, so that every reader of the passes works on its own handles. Without
+// the plain rules, several threads and a budget that holds the input have it
+// read once, into memory, and the passes read from there.
 TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
     for (const auto& [width, height] : {std::pair(96, 90), std::pair(333, 210)}) {
         const std::string input = this->dir.File("scene.tif");
@@ -281,27 +283,32 @@ TYPED_TEST(ValidityMaskTypedTest, EveryThreadCountAndBudgetGivesTheSameRun) {
             if (std::is_floating_point_v<TypeParam> && (x * 7 + y * 3) % 61 == 0) return std::nan("");
             return Excluded(x % 200, y % 200) ? 0.0 : Land(band, x, y) + (x * y) % 13;
         });
-        stIsodataRunOptions options = this->MaskOptions(width, height);
-        options.classStatistics = true;
-        const Outcome one = this->Run(this->Record(input, 3), &options);
-        ASSERT_TRUE(one.executed);
-        EXPECT_GT(one.report.excludedByMaskBands, 0);
-        EXPECT_EQ(one.report.excludedByNonFinite > 0, std::is_floating_point_v<TypeParam>);
-        const auto excluded = [](const Outcome& o) {
-            return std::tuple(o.report.excludedPixels, o.report.excludedByMaskBands, o.report.excludedByNonFinite,
-                              o.report.excludedByMaskRaster);
-        };
-        for (const int threads : {2, 3, 7}) {
-            for (const std::int64_t budget : {std::int64_t{0}, std::int64_t{1} << 30}) {
-                SCOPED_TRACE(std::to_string(width) + " wide, " + std::to_string(threads) + " threads, budget " +
-                             std::to_string(budget));
-                options.threads = threads;
-                options.memoryBytes = budget;
-                const Outcome many = this->Run(this->Record(input, 3), &options);
-                ASSERT_TRUE(many.executed);
-                this->ExpectSameRun(many, one);
-                EXPECT_EQ(ClassBits(many.report), ClassBits(one.report));
-                EXPECT_EQ(excluded(many), excluded(one));
+        for (const bool plainRules : {true, false}) {
+            stIsodataRunOptions options = this->MaskOptions(width, height);
+            options.classStatistics = true;
+            options.classCovariance = true;
+            options.plainRules = plainRules;
+            const Outcome one = this->Run(this->Record(input, 3), &options);
+            ASSERT_TRUE(one.executed);
+            EXPECT_GT(one.report.excludedByMaskBands, 0);
+            EXPECT_EQ(one.report.excludedByNonFinite > 0, std::is_floating_point_v<TypeParam>);
+            const auto excluded = [](const Outcome& o) {
+                return std::tuple(o.report.excludedPixels, o.report.excludedByMaskBands,
+                                  o.report.excludedByNonFinite, o.report.excludedByMaskRaster);
+            };
+            for (const int threads : {1, 2, 3, 7}) {
+                for (const std::int64_t budget : {std::int64_t{0}, std::int64_t{1} << 30}) {
+                    if (threads == 1 && budget == 0) continue;  // the run compared with
+                    SCOPED_TRACE(std::to_string(width) + " wide, plain rules " + std::to_string(plainRules) + ", " +
+                                 std::to_string(threads) + " threads, budget " + std::to_string(budget));
+                    options.threads = threads;
+                    options.memoryBytes = budget;
+                    const Outcome many = this->Run(this->Record(input, 3), &options);
+                    ASSERT_TRUE(many.executed);
+                    this->ExpectSameRun(many, one);
+                    EXPECT_EQ(ClassBits(many.report), ClassBits(one.report));
+                    EXPECT_EQ(excluded(many), excluded(one));
+                }
             }
         }
     }

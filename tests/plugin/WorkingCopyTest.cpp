@@ -3,7 +3,8 @@
 // and strips, with and without overviews, and so for every thread count;
 // inputs it cannot follow, and a truncated file, take the whole-band read,
 // which inputs of every driver family go through mapped scratch files (no
-// heap allowance) to the same bytes.
+// heap allowance) to the same bytes. An input held in memory gives the copy
+// of the input read without its overviews.
 #include "WorkingCopy.h"
 
 #include "support/TestSupport.h"
@@ -97,6 +98,41 @@ TEST_P(WorkingCopyTest, HoldsThePixelsOfTheWholeBandReadForEveryThreadCount) {
                       c.expected);
             EXPECT_EQ(testsupport::ReadBandsAt(working.get(), c.reducedWidth, c.reducedHeight), expected);
         }
+    }
+}
+
+// An input held in memory gives the working copy by picking from its
+// full-resolution pixels: those of GDAL's own reduced read of the input
+// opened without its overviews, for every thread count. Inputs whose reads
+// the driver may make its own way, and one whose read fails, are not held.
+TEST_P(WorkingCopyTest, HeldInputGivesTheReducedReadWithoutOverviewsForEveryThreadCount) {
+    const Case& c = GetParam();
+    testsupport::TempDir dir;
+    const std::string path = dir.File(std::string("input.") + (c.driver == std::string("ENVI") ? "img" : "tif"));
+    WriteInput(path, c);
+    const isodata::QuietGdalErrors quiet;  // the truncated input's read errors
+    const char* const noOverviews[] = {"OVERVIEW_LEVEL=NONE", nullptr};
+    GDALDatasetUniquePtr fullResolution(
+        GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, noOverviews, nullptr));
+    GDALDatasetUniquePtr input(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+    ASSERT_TRUE(input && fullResolution);
+    const bool holds = c.expected == WorkingCopyRead::OnePass;
+    const std::vector<float> expected =
+        testsupport::ReadBandsAt(fullResolution.get(), c.reducedWidth, c.reducedHeight, c.truncated);
+    GDALDriver* mem = GetGDALDriverManager()->GetDriverByName("MEM");
+    for (const int threads : {1, 2, 5, 7}) {
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        isodata::WorkerPool pool(threads);
+        EXPECT_EQ(isodata::HeldInput::Read(input.get(), isodata::HeldInput::Bytes(input.get()) - 1, &pool), nullptr);
+        const auto held = isodata::HeldInput::Read(input.get(), isodata::HeldInput::Bytes(input.get()), &pool);
+        ASSERT_EQ(held != nullptr, holds);
+        if (!held) continue;
+        GDALDatasetUniquePtr working(mem->Create("", c.reducedWidth, c.reducedHeight, 3, GDT_Float32, nullptr));
+        isodata::WriteWorkingCopy(*held, working.get(), c.reducedWidth, c.reducedHeight, &pool);
+        EXPECT_EQ(testsupport::ReadBandsAt(working.get(), c.reducedWidth, c.reducedHeight), expected);
+        // And its views read at full size as the input does.
+        EXPECT_EQ(testsupport::ReadBandsAt(held->View().get(), c.width, c.height),
+                  testsupport::ReadBandsAt(input.get(), c.width, c.height));
     }
 }
 
