@@ -8,7 +8,10 @@
 // whatever the vector width, so every instruction set adds the same numbers
 // in the same order) and added to its class once, which keeps the cost near
 // one pass over the values however the classes lie. The covariance's cross
-// products of two bands are summed the same way, each pair of bands apart.
+// products of two bands are summed the same way, each pair in partials of
+// its own; up to kFusedBands bands every value's difference is formed once
+// for all the pairs it takes part in, which adds the same numbers in the same
+// order as taking the pairs one by one.
 #include "ClassStatistics.h"
 
 #include "Lanes.h"
@@ -123,6 +126,83 @@ ISODATA_TARGET_AVX512 void CrossRunAvx512(const float* a, const float* b, std::s
 }
 #endif
 
+// Bands up to which a run's cross products are summed for all pairs at once.
+constexpr std::size_t kFusedBands = 16;
+
+// For every pair k < l of bands, the p-th in that order: adds
+// (rows[k][i] - r[k]) * (rows[l][i] - r[l]) over i < n to the eight partial
+// sums s[p * 8 ...], product i going to partial i mod 8, as CrossRunBody does
+// for one pair.
+template <std::size_t Lanes>
+ISODATA_ALWAYS_INLINE void CrossRunsBody(const float* const* rows, std::size_t bands, std::size_t n,
+                                         const double* r, double* s) {
+    using Doubles = lanes::Vector<double, Lanes>;
+    constexpr std::size_t kVectors = kPartials / Lanes;
+    Doubles d[kFusedBands][kVectors];
+    std::size_t x = 0;
+    for (; x + kPartials <= n; x += kPartials) {
+        for (std::size_t k = 0; k < bands; ++k) {
+            const Doubles reference = lanes::Broadcast<Lanes>(r[k]);
+            for (std::size_t v = 0; v < kVectors; ++v)
+                d[k][v] = lanes::Convert<double>(lanes::Load<Lanes>(rows[k] + x + v * Lanes)) - reference;
+        }
+        double* partials = s;
+        for (std::size_t k = 0; k < bands; ++k) {
+            for (std::size_t l = k + 1; l < bands; ++l, partials += kPartials) {
+                for (std::size_t v = 0; v < kVectors; ++v) {
+                    Doubles sum = lanes::Load<Lanes>(partials + v * Lanes);
+                    sum += d[k][v] * d[l][v];
+                    std::memcpy(partials + v * Lanes, &sum, sizeof sum);
+                }
+            }
+        }
+    }
+    for (std::size_t j = 0; x < n; ++x, ++j) {
+        double* partials = s;
+        for (std::size_t k = 0; k < bands; ++k)
+            for (std::size_t l = k + 1; l < bands; ++l, partials += kPartials)
+                partials[j] += (static_cast<double>(rows[k][x]) - r[k]) * (static_cast<double>(rows[l][x]) - r[l]);
+    }
+}
+
+void CrossRunsBaseline(const float* const* rows, std::size_t bands, std::size_t n, const double* r, double* s) {
+    CrossRunsBody<2>(rows, bands, n, r, s);
+}
+
+#if ISODATA_VECTOR_VARIANTS
+ISODATA_TARGET_AVX2 void CrossRunsAvx2(const float* const* rows, std::size_t bands, std::size_t n, const double* r,
+                                       double* s) {
+    CrossRunsBody<4>(rows, bands, n, r, s);
+}
+
+ISODATA_TARGET_AVX512 void CrossRunsAvx512(const float* const* rows, std::size_t bands, std::size_t n,
+                                           const double* r, double* s) {
+    CrossRunsBody<8>(rows, bands, n, r, s);
+}
+#endif
+
+// For every pair k < l of bands up to kFusedBands, the sum of
+// (rows[k][x] - r[k]) * (rows[l][x] - r[l]) over x in [begin, end), added
+// to cross[k * bands + l]; the same sums as CrossRun pair by pair.
+void CrossRuns(const float* const* rows, std::size_t bands, std::size_t begin, std::size_t end, const double* r,
+               double* cross) {
+    const float* from[kFusedBands];
+    for (std::size_t k = 0; k < bands; ++k) from[k] = rows[k] + begin;
+    double s[kFusedBands * (kFusedBands - 1) / 2 * kPartials];
+    std::fill_n(s, bands * (bands - 1) / 2 * kPartials, 0.0);
+    switch (BestIsa()) {
+#if ISODATA_VECTOR_VARIANTS
+    case VectorIsa::Avx512: CrossRunsAvx512(from, bands, end - begin, r, s); break;
+    case VectorIsa::Avx2: CrossRunsAvx2(from, bands, end - begin, r, s); break;
+#endif
+    default: CrossRunsBaseline(from, bands, end - begin, r, s); break;
+    }
+    const double* p = s;
+    for (std::size_t k = 0; k < bands; ++k)
+        for (std::size_t l = k + 1; l < bands; ++l, p += kPartials)
+            cross[k * bands + l] += ((p[0] + p[1]) + (p[2] + p[3])) + ((p[4] + p[5]) + (p[6] + p[7]));
+}
+
 // The sum of (a[x] - ra) * (b[x] - rb) over x in [begin, end), added to sum.
 void CrossRun(const float* a, const float* b, std::size_t begin, std::size_t end, double ra, double rb,
               double& sum) {
@@ -163,14 +243,16 @@ void ClassMoments::AddRow(const float* const* rows, const std::int32_t* labels, 
         const std::size_t c = static_cast<std::size_t>(label - 1);
         pixels_[c] += static_cast<std::int64_t>(end - begin);
         if (!withMoments_) continue;
+        const bool fused = withCovariance_ && bands_ >= 2 && bands_ <= kFusedBands;
         for (std::size_t k = 0; k < bands_; ++k) {
             const std::size_t at = c * bands_ + k;
             SumRun(rows[k], begin, end, reference_[at], sums_[at], squares_[at]);
-            if (!withCovariance_) continue;
+            if (!withCovariance_ || fused) continue;
             for (std::size_t l = k + 1; l < bands_; ++l)
                 CrossRun(rows[k], rows[l], begin, end, reference_[at], reference_[c * bands_ + l],
                          cross_[at * bands_ + l]);
         }
+        if (fused) CrossRuns(rows, bands_, begin, end, &reference_[c * bands_], &cross_[c * bands_ * bands_]);
     }
 }
 
