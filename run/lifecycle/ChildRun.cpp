@@ -148,7 +148,9 @@ RunReport Classify(const ChildTask& task, RunListener& listener, const GdalError
         return Ended(RunOutcome::ClassificationFailed, empty);
     report.seconds = run.seconds;
     report.warnings = Warnings(report, request);
-    const Model model = ModelOf(request, task.inputName, run.report, report);
+    // The model describes the run for both files; a run writing neither opens the input no more.
+    const bool described = !request.model.outPath.empty() || !out.reportPath.empty();
+    const Model model = described ? ModelOf(request, task.inputName, run.report, report) : Model();
     const bool written =
         (request.model.outPath.empty() ||
          WriteModel(RunFolder::FromInputDir(Part::Model, FileNameOf(request.model.outPath)), model, error)) &&
